@@ -1,0 +1,184 @@
+// The exception tree that the library and its clients share, the error
+// information tags, and the one throw path that every throw site uses.
+//
+// The classes carry their facts as boost error-information records, never as
+// a message: none overrides what(). Catch by library class, by std::exception
+// or by boost::exception, and read records with boost::get_error_info or all
+// of them with boost::diagnostic_information.
+#pragma once
+
+#include <Core/Interfaces/PropertyTypes.h>
+
+#include <boost/exception/exception.hpp>
+#include <boost/exception/info.hpp>
+#include <boost/throw_exception.hpp>
+
+#include <cstddef>
+#include <exception>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
+
+namespace Tarsel {
+
+// Boost names a record in diagnostic text by its tag struct, so the structs
+// of the two namespace-wide records live here, apart from the record types
+// that clients use.
+namespace Tags {
+struct TagDescription;
+struct TagCallStack;
+}  // namespace Tags
+
+// Free-text description of a failure.
+using TagDescription = boost::error_info<Tags::TagDescription, std::string>;
+// Call stack text of the throw site, one frame a line (see StackTrace).
+using TagCallStack = boost::error_info<Tags::TagCallStack, std::string>;
+
+class Exception : public virtual std::exception, public virtual boost::exception {
+public:
+    ~Exception() noexcept override;
+};
+
+namespace Core {
+
+class CoreException : public virtual Exception {
+public:
+    ~CoreException() noexcept override;
+};
+
+// Offered to clients; the library itself never throws it.
+class IOException : public virtual CoreException {
+public:
+    ~IOException() noexcept override;
+};
+
+// Offered to clients; the library itself never throws it.
+class MemoryException : public virtual CoreException {
+public:
+    using TagBlockSize = boost::error_info<struct TagBlockSize, int>;
+
+    // Attaches TagDescription, then TagBlockSize.
+    MemoryException(const std::string& description, int blockSize);
+    ~MemoryException() noexcept override;
+};
+
+// Thrown by every Property operation; the subclasses name the reason.
+class PropertyException : public virtual CoreException {
+public:
+    using TagPropertyName = boost::error_info<struct TagPropertyName, std::string>;
+    using TagPropertyType = boost::error_info<struct TagPropertyType, PropertyTypes>;
+    using TagMethodName = boost::error_info<struct TagMethodName, std::string>;
+    using TagRequestedType = boost::error_info<struct TagRequestedType, PropertyTypes>;
+    using TagOtherPropertyType = boost::error_info<struct TagOtherPropertyType, PropertyTypes>;
+    using TagRequestedChildName = boost::error_info<struct TagRequestedChildName, std::string>;
+    using TagRequestedChildIndex = boost::error_info<struct TagRequestedChildIndex, std::size_t>;
+    using TagChildCount = boost::error_info<struct TagChildCount, std::size_t>;
+
+    ~PropertyException() noexcept override;
+};
+
+class MethodIsNotApplicable : public PropertyException {
+public:
+    ~MethodIsNotApplicable() noexcept override;
+};
+class WrongTypeIsRequested : public PropertyException {
+public:
+    ~WrongTypeIsRequested() noexcept override;
+};
+class ChildNameIsNotFound : public PropertyException {
+public:
+    ~ChildNameIsNotFound() noexcept override;
+};
+class IndexIsOutOfBound : public PropertyException {
+public:
+    ~IndexIsOutOfBound() noexcept override;
+};
+class ComparedPropertiesHaveDifferentTypes : public PropertyException {
+public:
+    ~ComparedPropertiesHaveDifferentTypes() noexcept override;
+};
+
+// Thrown by the JSON serializer, deliberately without a call stack.
+class JsonException : public virtual CoreException {
+public:
+    using TagParseError = boost::error_info<struct TagParseError, std::string>;
+
+    ~JsonException() noexcept override;
+};
+
+}  // namespace Core
+
+// The call stack of the caller, one frame a line, without the frames of the
+// capture itself. Throws std::bad_alloc when memory runs out.
+std::string GetCallStack();
+
+// Publishes the flag Core::StackTrace::s_enabled for clients that consult it.
+// The library itself always captures call stacks, whatever its value.
+void SetCallStackEnabled(bool enabled);
+
+// Attaches the caller's call stack to e itself as TagCallStack and returns e.
+template <class E>
+std::enable_if_t<std::is_base_of_v<Exception, E>, const E&> AddStack(const E& e) {
+    return e << TagCallStack(GetCallStack());
+}
+
+// Standard logic errors carry no records, so the stack goes into the message:
+// returns a new E whose what() is e.what(), a line feed, then the stack.
+template <class E>
+std::enable_if_t<std::is_base_of_v<std::logic_error, E>, const E> AddStack(const E& e) {
+    return E(std::string(e.what()) + "\n" + GetCallStack());
+}
+
+// A throw site: the function text that boost records, and the real file and
+// line. The text is passed explicitly so that every compiler records the same
+// string (clang's spelling).
+struct ThrowSite {
+    const char* function;
+    const char* file;
+    int line;
+};
+
+#define TARSEL_THROW_SITE(functionText) (::Tarsel::ThrowSite{(functionText), __FILE__, __LINE__})
+
+// Throws e with boost's location records and its cloning wrapper, so that
+// boost::current_exception can copy it. No call stack is attached.
+template <class E>
+[[noreturn]] void ThrowAt(const ThrowSite& site, const E& e) {
+    boost::throw_exception(e, boost::source_location(site.file, static_cast<boost::uint_least32_t>(site.line),
+                                                     site.function));
+}
+
+// The library's throw path: attach the records in order, then the call stack
+// (last), then throw at the site.
+template <class E, class... Info>
+[[noreturn]] void ThrowWithCallStack(const ThrowSite& site, const E& e, const Info&... info) {
+    (void)(e << ... << info);
+    ThrowAt(site, AddStack(e));
+}
+
+extern template const Core::PropertyException& AddStack(const Core::PropertyException&);
+extern template const Core::MethodIsNotApplicable& AddStack(const Core::MethodIsNotApplicable&);
+extern template const Core::WrongTypeIsRequested& AddStack(const Core::WrongTypeIsRequested&);
+extern template const Core::ChildNameIsNotFound& AddStack(const Core::ChildNameIsNotFound&);
+extern template const Core::IndexIsOutOfBound& AddStack(const Core::IndexIsOutOfBound&);
+extern template const Core::ComparedPropertiesHaveDifferentTypes& AddStack(
+    const Core::ComparedPropertiesHaveDifferentTypes&);
+extern template const std::logic_error AddStack(const std::logic_error&);
+extern template const std::invalid_argument AddStack(const std::invalid_argument&);
+
+}  // namespace Tarsel
+
+// One object of each class, built when the library loads, so that the
+// library exports each class's type identity and a client can catch it by
+// type across the library boundary. Nothing reads them.
+extern "C" {
+extern Tarsel::Core::CoreException exportDummyException;
+extern Tarsel::Core::IOException exportDummyException0;
+extern Tarsel::Core::MemoryException exportDummyException1;
+extern Tarsel::Core::PropertyException exportDummyException2;
+extern Tarsel::Core::MethodIsNotApplicable exportDummyException3;
+extern Tarsel::Core::WrongTypeIsRequested exportDummyException4;
+extern Tarsel::Core::IndexIsOutOfBound exportDummyException5;
+extern Tarsel::Core::ChildNameIsNotFound exportDummyException6;
+extern Tarsel::Core::ComparedPropertiesHaveDifferentTypes exportDummyException7;
+}

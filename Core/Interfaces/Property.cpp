@@ -1,0 +1,440 @@
+// This file implements Property values, children and paths.
+#include <Core/Interfaces/Property.h>
+
+#include <iterator>
+#include <utility>
+
+namespace Tarsel::Core {
+
+const std::string Property::SEPARATOR = "/";
+const double Property::DEFAULT_DOUBLE_EPS = 1e-05;
+
+// --- Construction and assignment -----------------------------------------
+
+Property::Property(const std::string& name) : m_name(name), m_type(TypeArray) {}
+Property::Property(const std::string& name, bool value) : m_name(name), m_type(TypeBool), m_value(value) {}
+Property::Property(const std::string& name, double value) : m_name(name), m_type(TypeDouble), m_value(value) {}
+Property::Property(const std::string& name, int value) : Property(name, static_cast<long long>(value)) {}
+Property::Property(const std::string& name, long value) : Property(name, static_cast<long long>(value)) {}
+Property::Property(const std::string& name, long long value) : m_name(name), m_type(TypeInt64), m_value(value) {}
+Property::Property(const std::string& name, const char* value) : Property(name, std::string(value)) {}
+Property::Property(const std::string& name, const std::string& value)
+    : m_name(name), m_type(TypeString), m_value(value) {}
+Property::Property(const std::string& name, const Ratio& value) : m_name(name), m_type(TypeRatio), m_value(value) {}
+
+// A node holds a scalar value or children, never both, so copying both
+// members copies exactly the data CopyDataFrom would.
+Property::Property(const Property& src)
+    : m_name(src.m_name), m_type(src.m_type), m_value(src.m_value), m_children(src.m_children) {}
+
+Property::Property(Property&& src) : Property(static_cast<const Property&>(src)) {}
+
+Property::~Property() = default;
+
+Property& Property::operator=(const Property& src) {
+    Property copy(src);
+    Swap(copy);
+    return *this;
+}
+
+Property& Property::operator=(Property&& src) noexcept {
+    Swap(src);
+    return *this;
+}
+
+void Property::AssignScalar(PropertyTypes type, Value&& value) noexcept {
+    m_type = type;
+    m_children.clear();
+    m_value = std::move(value);
+}
+
+Property& Property::operator=(bool value) {
+    AssignScalar(TypeBool, Value(value));
+    return *this;
+}
+Property& Property::operator=(double value) {
+    AssignScalar(TypeDouble, Value(value));
+    return *this;
+}
+Property& Property::operator=(int value) {
+    return *this = static_cast<long long>(value);
+}
+Property& Property::operator=(long value) {
+    return *this = static_cast<long long>(value);
+}
+Property& Property::operator=(long long value) {
+    AssignScalar(TypeInt64, Value(value));
+    return *this;
+}
+Property& Property::operator=(const char* value) {
+    return *this = std::string(value);
+}
+Property& Property::operator=(const std::string& value) {
+    // The copy is made before anything changes, so a failed allocation leaves
+    // the node as it was; value may even live inside this node's subtree.
+    AssignScalar(TypeString, Value(value));
+    return *this;
+}
+Property& Property::operator=(const Ratio& value) {
+    AssignScalar(TypeRatio, Value(value));
+    return *this;
+}
+
+void Property::CopyDataFrom(const Property& src) {
+    // Copy first, commit without failure: src may be this node or lie inside
+    // its subtree, and a failed copy must leave this node as it was.
+    ChildListType children = src.m_type == TypeArray ? src.m_children : ChildListType();
+    Value value = src.m_value;
+    m_type = src.m_type;
+    m_children.swap(children);
+    m_value.swap(value);
+}
+
+void Property::Swap(Property& other) noexcept {
+    m_name.swap(other.m_name);
+    std::swap(m_type, other.m_type);
+    m_value.swap(other.m_value);
+    m_children.swap(other.m_children);
+}
+
+void swap(Property& a, Property& b) noexcept {
+    a.Swap(b);
+}
+
+// --- Getters -------------------------------------------------------------
+
+template <class T>
+const T& Property::Get(PropertyTypes required, const ThrowSite& site) const {
+    if (m_type != required) {
+        ThrowWithCallStack(site, WrongTypeIsRequested(), PropertyException::TagPropertyName(m_name),
+                           PropertyException::TagPropertyType(m_type), PropertyException::TagRequestedType(required));
+    }
+    return std::get<T>(m_value);
+}
+
+bool Property::GetBool() const {
+    return Get<bool>(TypeBool, TARSEL_THROW_SITE("bool Tarsel::Core::Property::GetBool() const"));
+}
+double Property::GetDouble() const {
+    return Get<double>(TypeDouble, TARSEL_THROW_SITE("double Tarsel::Core::Property::GetDouble() const"));
+}
+boost::int64_t Property::GetInt64() const {
+    return Get<long long>(TypeInt64, TARSEL_THROW_SITE("boost::int64_t Tarsel::Core::Property::GetInt64() const"));
+}
+std::string Property::GetString() const {
+    return Get<std::string>(TypeString, TARSEL_THROW_SITE("std::string Tarsel::Core::Property::GetString() const"));
+}
+Ratio Property::GetRatio() const {
+    return Get<Ratio>(TypeRatio, TARSEL_THROW_SITE("Ratio Tarsel::Core::Property::GetRatio() const"));
+}
+
+template <>
+bool GetValue<bool>(const Property& property) {
+    return property.GetBool();
+}
+template <>
+double GetValue<double>(const Property& property) {
+    return property.GetDouble();
+}
+template <>
+long long GetValue<long long>(const Property& property) {
+    return property.GetInt64();
+}
+template <>
+int GetValue<int>(const Property& property) {
+    return static_cast<int>(static_cast<unsigned int>(property.GetInt64()));
+}
+template <>
+unsigned int GetValue<unsigned int>(const Property& property) {
+    return static_cast<unsigned int>(property.GetInt64());
+}
+template <>
+std::string GetValue<std::string>(const Property& property) {
+    return property.GetString();
+}
+template <>
+Ratio GetValue<Ratio>(const Property& property) {
+    return property.GetRatio();
+}
+
+void Property::DifferentTypeError(PropertyTypes other) const {
+    ThrowWithCallStack(
+        TARSEL_THROW_SITE("void Tarsel::Core::Property::DifferentTypeError(Tarsel::PropertyTypes) const"),
+        ComparedPropertiesHaveDifferentTypes(), PropertyException::TagPropertyName(m_name),
+        PropertyException::TagPropertyType(m_type), PropertyException::TagOtherPropertyType(other));
+}
+
+// --- Checks shared by the child operations --------------------------------
+
+void Property::ThrowMethodIsNotApplicable(const char* method, const ThrowSite& site) const {
+    ThrowWithCallStack(site, MethodIsNotApplicable(), PropertyException::TagPropertyName(m_name),
+                       PropertyException::TagPropertyType(m_type), PropertyException::TagMethodName(method));
+}
+
+void Property::RequireArray(const char* method, const ThrowSite& site) const {
+    if (m_type != TypeArray) {
+        ThrowMethodIsNotApplicable(method, site);
+    }
+}
+
+void Property::RequireName(const std::string& name, const ThrowSite& site) {
+    if (name.empty()) {
+        ThrowWithCallStack(site, std::invalid_argument("name is empty"));
+    }
+}
+
+void Property::ThrowChildNameIsNotFound(std::string_view name, const ThrowSite& site) const {
+    ThrowWithCallStack(site, ChildNameIsNotFound(), PropertyException::TagPropertyName(m_name),
+                       PropertyException::TagRequestedChildName(std::string(name)));
+}
+
+void Property::ThrowIndexIsOutOfBound(std::size_t index, const ThrowSite& site) const {
+    ThrowWithCallStack(site, IndexIsOutOfBound(), PropertyException::TagPropertyName(m_name),
+                       PropertyException::TagChildCount(m_children.size()),
+                       PropertyException::TagRequestedChildIndex(index));
+}
+
+// --- Children ------------------------------------------------------------
+
+// Appends child by exchanging it into a fresh list node: no deep copy, and a
+// failed allocation leaves both the list and child unchanged.
+Property& Property::AppendChild(Property& child) {
+    Property& appended = m_children.emplace_back(std::string());
+    appended.Swap(child);
+    return appended;
+}
+
+const Property* Property::FindChildByName(std::string_view name) const noexcept {
+    for (const Property& child : m_children) {
+        if (child.m_name == name) {
+            return &child;
+        }
+    }
+    return nullptr;
+}
+
+Property::iterator Property::FindChild(const std::string& name) {
+    iterator it = m_children.begin();
+    while (it != m_children.end() && it->m_name != name) {
+        ++it;
+    }
+    return it;
+}
+
+Property::const_iterator Property::FindChild(const std::string& name) const {
+    return const_cast<Property*>(this)->FindChild(name);
+}
+
+Property& Property::SetChild(const std::string& name) {
+    const ThrowSite site =
+        TARSEL_THROW_SITE("Tarsel::Core::Property &Tarsel::Core::Property::SetChild(const std::string &)");
+    RequireName(name, site);
+    RequireArray("SetChild", site);
+    const iterator found = FindChild(name);
+    if (found != m_children.end()) {
+        found->SetArrayType();
+        return *found;
+    }
+    Property child(name);
+    return AppendChild(child);
+}
+
+Property& Property::SetChild(const std::string& name, const Property& value) {
+    const ThrowSite site = TARSEL_THROW_SITE(
+        "Tarsel::Core::Property &Tarsel::Core::Property::SetChild(const std::string &, const Tarsel::Core::Property &)");
+    RequireName(name, site);
+    RequireArray("SetChild", site);
+    const iterator found = FindChild(name);
+    if (found != m_children.end()) {
+        found->CopyDataFrom(value);
+        return *found;
+    }
+    return AddWithName(name, value);
+}
+
+Property& Property::SetChild(const std::string& name, const char* value) {
+    return SetChildT<std::string>(name, std::string(value));
+}
+
+Property& Property::Add(const Property& child) {
+    RequireArray("Add", TARSEL_THROW_SITE(
+                            "Tarsel::Core::Property &Tarsel::Core::Property::Add(const Tarsel::Core::Property &)"));
+    Property copy(child);
+    copy.m_name = std::to_string(m_children.size());
+    return AppendChild(copy);
+}
+
+Property& Property::AddWithName(const std::string& name, Property child) {
+    RequireName(name, TARSEL_THROW_SITE("Tarsel::Core::Property &Tarsel::Core::Property::AddWithName(const "
+                                        "std::string &, Tarsel::Core::Property)"));
+    child.m_name = name;
+    return AppendChild(child);
+}
+
+void Property::SetArrayType() {
+    m_type = TypeArray;
+    m_children.clear();
+    m_value = std::monostate();
+}
+
+void Property::RemoveChild(const std::string& name) {
+    const ThrowSite site = TARSEL_THROW_SITE("void Tarsel::Core::Property::RemoveChild(const std::string &)");
+    RequireArray("RemoveChild", site);
+    const iterator found = FindChild(name);
+    if (found == m_children.end()) {
+        ThrowChildNameIsNotFound(name, site);
+    }
+    m_children.erase(found);
+}
+
+void Property::RemoveChild(std::size_t index) {
+    RequireArray("RemoveChild", TARSEL_THROW_SITE("void Tarsel::Core::Property::RemoveChild(size_t)"));
+    m_children.erase(GetItemIterator(index));
+}
+
+Property::ChildListType::iterator Property::GetItemIterator(std::size_t index) {
+    if (index >= m_children.size()) {
+        ThrowIndexIsOutOfBound(index, TARSEL_THROW_SITE("Property::ChildListType::iterator "
+                                                        "Tarsel::Core::Property::GetItemIterator(size_t)"));
+    }
+    return std::next(m_children.begin(), static_cast<std::ptrdiff_t>(index));
+}
+
+Property::ChildListType::const_iterator Property::GetItemIterator(std::size_t index) const {
+    if (index >= m_children.size()) {
+        ThrowIndexIsOutOfBound(index, TARSEL_THROW_SITE("Property::ChildListType::const_iterator "
+                                                        "Tarsel::Core::Property::GetItemIterator(size_t) const"));
+    }
+    return std::next(m_children.begin(), static_cast<std::ptrdiff_t>(index));
+}
+
+std::size_t Property::Count() const {
+    RequireArray("Count", TARSEL_THROW_SITE("size_t Tarsel::Core::Property::Count() const"));
+    return m_children.size();
+}
+
+void Property::RemoveAll() {
+    RequireArray("RemoveAll", TARSEL_THROW_SITE("void Tarsel::Core::Property::RemoveAll()"));
+    m_children.clear();
+}
+
+bool Property::ChildExists(const std::string& name) const {
+    RequireArray("ChildExists", TARSEL_THROW_SITE("bool Tarsel::Core::Property::ChildExists(const std::string &) const"));
+    return FindChildByName(name) != nullptr;
+}
+
+const Property& Property::operator[](const std::string& name) const {
+    const ThrowSite site = TARSEL_THROW_SITE(
+        "const Tarsel::Core::Property &Tarsel::Core::Property::operator[](const std::string &) const");
+    RequireArray("operator[]", site);
+    const Property* child = FindChildByName(name);
+    if (child == nullptr) {
+        ThrowChildNameIsNotFound(name, site);
+    }
+    return *child;
+}
+
+const Property& Property::operator[](std::size_t index) const {
+    RequireArray("operator[]",
+                 TARSEL_THROW_SITE("const Tarsel::Core::Property &Tarsel::Core::Property::operator[](size_t) const"));
+    return *GetItemIterator(index);
+}
+
+Property& Property::operator[](const std::string& name) {
+    return const_cast<Property&>(static_cast<const Property&>(*this)[name]);
+}
+
+Property& Property::operator[](std::size_t index) {
+    return const_cast<Property&>(static_cast<const Property&>(*this)[index]);
+}
+
+Property::iterator Property::begin() {
+    RequireArray("begin", TARSEL_THROW_SITE("Property::iterator Tarsel::Core::Property::begin()"));
+    return m_children.begin();
+}
+Property::const_iterator Property::begin() const {
+    RequireArray("begin", TARSEL_THROW_SITE("Property::const_iterator Tarsel::Core::Property::begin() const"));
+    return m_children.begin();
+}
+Property::iterator Property::end() {
+    RequireArray("end", TARSEL_THROW_SITE("Property::iterator Tarsel::Core::Property::end()"));
+    return m_children.end();
+}
+Property::const_iterator Property::end() const {
+    RequireArray("end", TARSEL_THROW_SITE("Property::const_iterator Tarsel::Core::Property::end() const"));
+    return m_children.end();
+}
+Property::reverse_iterator Property::rbegin() {
+    RequireArray("rbegin", TARSEL_THROW_SITE("Property::reverse_iterator Tarsel::Core::Property::rbegin()"));
+    return m_children.rbegin();
+}
+Property::const_reverse_iterator Property::rbegin() const {
+    RequireArray("rbegin",
+                 TARSEL_THROW_SITE("Property::const_reverse_iterator Tarsel::Core::Property::rbegin() const"));
+    return m_children.rbegin();
+}
+Property::reverse_iterator Property::rend() {
+    RequireArray("rend", TARSEL_THROW_SITE("Property::reverse_iterator Tarsel::Core::Property::rend()"));
+    return m_children.rend();
+}
+Property::const_reverse_iterator Property::rend() const {
+    RequireArray("rend", TARSEL_THROW_SITE("Property::const_reverse_iterator Tarsel::Core::Property::rend() const"));
+    return m_children.rend();
+}
+
+// --- Paths ---------------------------------------------------------------
+
+namespace {
+
+// Calls visit(segment) for each non-empty run of non-separator characters,
+// in order, without copying the path; stops when visit returns false.
+template <class Visit>
+bool ForEachPathSegment(const std::string& path, Visit visit) {
+    std::string::size_type pos = path.find_first_not_of(Property::SEPARATOR);
+    while (pos != std::string::npos) {
+        const std::string::size_type end = path.find_first_of(Property::SEPARATOR, pos);
+        const std::string_view segment(path.data() + pos, (end == std::string::npos ? path.size() : end) - pos);
+        if (!visit(segment)) {
+            return false;
+        }
+        pos = end == std::string::npos ? end : path.find_first_not_of(Property::SEPARATOR, end);
+    }
+    return true;
+}
+
+}  // namespace
+
+const Property& Property::ChildByPath(const std::string& path) const {
+    // Each step is operator[](name) of the current node, with its texts.
+    const ThrowSite site = TARSEL_THROW_SITE(
+        "const Tarsel::Core::Property &Tarsel::Core::Property::operator[](const std::string &) const");
+    const Property* current = this;
+    ForEachPathSegment(path, [&](std::string_view segment) {
+        current->RequireArray("operator[]", site);
+        const Property* child = current->FindChildByName(segment);
+        if (child == nullptr) {
+            current->ThrowChildNameIsNotFound(segment, site);
+        }
+        current = child;
+        return true;
+    });
+    return *current;
+}
+
+Property& Property::ChildByPath(const std::string& path) {
+    return const_cast<Property&>(static_cast<const Property&>(*this).ChildByPath(path));
+}
+
+bool Property::ChildExistsByPath(const std::string& path) const {
+    // Each step is ChildExists(name) of the current node, with its texts.
+    const ThrowSite site =
+        TARSEL_THROW_SITE("bool Tarsel::Core::Property::ChildExists(const std::string &) const");
+    const Property* current = this;
+    return ForEachPathSegment(path, [&](std::string_view segment) {
+        current->RequireArray("ChildExists", site);
+        current = current->FindChildByName(segment);
+        return current != nullptr;
+    });
+}
+
+}  // namespace Tarsel::Core

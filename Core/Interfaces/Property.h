@@ -1,0 +1,296 @@
+// The typed, named, ordered value tree in which applications keep settings
+// and media descriptions, with its paths, comparison and text forms.
+#pragma once
+
+#include <Core/Interfaces/Exceptions.h>
+#include <Core/Interfaces/PropertyTypes.h>
+
+#include <boost/cstdint.hpp>
+
+#include <cstddef>
+#include <iosfwd>
+#include <list>
+#include <string>
+#include <string_view>
+#include <variant>
+
+namespace Tarsel::Core {
+
+template <class T>
+struct ChildTSignatures;
+
+// A node: a name, and either nothing (TypeEmpty), one scalar (bool, double,
+// 64-bit integer, string, Ratio) or an ordered list of named children
+// (TypeArray). A node owns its subtree by value: copies are deep.
+//
+// Every failed call leaves the node as it was: all checks come first. A node
+// is a plain value; concurrent use of one tree needs outside locking.
+class Property {
+public:
+    using ChildListType = std::list<Property>;
+    using iterator = ChildListType::iterator;
+    using const_iterator = ChildListType::const_iterator;
+    using reverse_iterator = ChildListType::reverse_iterator;
+    using const_reverse_iterator = ChildListType::const_reverse_iterator;
+
+    // The path separator, "/".
+    static const std::string SEPARATOR;
+    // The tolerance operator== allows between doubles, 1e-05.
+    static const double DEFAULT_DOUBLE_EPS;
+
+    // A node made from a name alone is an empty container (TypeArray), not
+    // Empty: that is the common way to start a tree.
+    explicit Property(const std::string& name);
+    Property(const std::string& name, bool value);
+    Property(const std::string& name, double value);
+    Property(const std::string& name, int value);
+    Property(const std::string& name, long value);
+    Property(const std::string& name, long long value);
+    Property(const std::string& name, const char* value);
+    Property(const std::string& name, const std::string& value);
+    Property(const std::string& name, const Ratio& value);
+    Property(const Property& src);
+    // Deliberately a copy: the source is left unchanged.
+    Property(Property&& src);
+    virtual ~Property();
+
+    // A full copy, the name included.
+    Property& operator=(const Property& src);
+    // Exchanges everything with src, which receives this node's old contents.
+    Property& operator=(Property&& src) noexcept;
+
+    // Scalar assignments keep the name, set the type and discard children.
+    Property& operator=(bool value);
+    Property& operator=(double value);
+    Property& operator=(int value);
+    Property& operator=(long value);
+    Property& operator=(long long value);
+    Property& operator=(const char* value);
+    Property& operator=(const std::string& value);
+    Property& operator=(const Ratio& value);
+
+    // Copies type and content from src but keeps this node's name.
+    void CopyDataFrom(const Property& src);
+    void Swap(Property& other) noexcept;
+
+    const std::string& GetName() const noexcept { return m_name; }
+    PropertyTypes GetType() const noexcept { return m_type; }
+
+    // Strict getters: no conversion between types, not even int to double.
+    // A node of another type throws WrongTypeIsRequested.
+    bool GetBool() const;
+    double GetDouble() const;
+    boost::int64_t GetInt64() const;
+    std::string GetString() const;
+    Ratio GetRatio() const;
+
+    // Throws ComparedPropertiesHaveDifferentTypes naming this node and other.
+    [[noreturn]] void DifferentTypeError(PropertyTypes other) const;
+
+    // --- Children -------------------------------------------------------
+    // Operations on a node that is not TypeArray throw MethodIsNotApplicable;
+    // an empty name where one is required throws std::invalid_argument
+    // ("name is empty", the call stack appended). Lookups by name take the
+    // first child of that name.
+
+    // The first child of that name, reset to an empty container, or a new
+    // empty container at the end.
+    Property& SetChild(const std::string& name);
+    // The first child of that name overwritten with value's content (it keeps
+    // its name and position), or a copy of value named name at the end.
+    Property& SetChild(const std::string& name, const Property& value);
+    Property& SetChild(const std::string& name, const char* value);
+
+    // The first child of that name assigned value, or a new child; unlike
+    // SetChild, an empty name is accepted.
+    template <class T>
+    Property& SetChildT(const std::string& name, const T& value);
+    // Always appends Property(name, value), even when the name is taken.
+    template <class T>
+    Property& CreateChildT(const std::string& name, const T& value);
+
+    // Appends a copy of child named by the current count ("0", "1", ...).
+    Property& Add(const Property& child);
+    // Appends child under name. The one child operation that works on a node
+    // of any type: children of a non-container are then reachable only
+    // through FindChild and GetItemIterator.
+    Property& AddWithName(const std::string& name, Property child);
+
+    iterator FindChild(const std::string& name);
+    const_iterator FindChild(const std::string& name) const;
+
+    // Turns the node into an empty container.
+    void SetArrayType();
+
+    // Removes the first child of that name (ChildNameIsNotFound if none).
+    void RemoveChild(const std::string& name);
+    // IndexIsOutOfBound when index is not below the child count.
+    void RemoveChild(std::size_t index);
+    ChildListType::iterator GetItemIterator(std::size_t index);
+    ChildListType::const_iterator GetItemIterator(std::size_t index) const;
+
+    std::size_t Count() const;
+    void RemoveAll();
+    bool ChildExists(const std::string& name) const;
+
+    // ChildNameIsNotFound or IndexIsOutOfBound when there is no such child.
+    const Property& operator[](const std::string& name) const;
+    const Property& operator[](std::size_t index) const;
+    Property& operator[](const std::string& name);
+    Property& operator[](std::size_t index);
+
+    iterator begin();
+    const_iterator begin() const;
+    iterator end();
+    const_iterator end() const;
+    reverse_iterator rbegin();
+    const_reverse_iterator rbegin() const;
+    reverse_iterator rend();
+    const_reverse_iterator rend() const;
+
+    // --- Paths ----------------------------------------------------------
+    // A path is child names joined by "/"; empty segments are dropped, there
+    // is no escape and no index syntax. A missing name throws
+    // ChildNameIsNotFound; a path through a leaf throws MethodIsNotApplicable.
+    const Property& ChildByPath(const std::string& path) const;
+    Property& ChildByPath(const std::string& path);
+    // False at the first missing name; a path through a leaf still throws.
+    bool ChildExistsByPath(const std::string& path) const;
+
+    // --- Comparison -----------------------------------------------------
+    // Types must match (else ComparedPropertiesHaveDifferentTypes); doubles
+    // compare within DEFAULT_DOUBLE_EPS; containers compare their names and
+    // their children paired after sorting by name, so child order does not
+    // matter. Two Empty nodes throw MethodIsNotApplicable.
+    bool operator==(const Property& other) const;
+    bool operator!=(const Property& other) const;
+    // This node's double within eps of number (strictly); a non-double node
+    // throws ComparedPropertiesHaveDifferentTypes.
+    bool IsEqual(double number, double eps) const;
+    // As operator==, but a double node compares with tolerance eps; eps is
+    // ignored for every other type.
+    bool IsEqual(const Property& other, double eps) const;
+
+private:
+    using Value = std::variant<std::monostate, bool, double, long long, std::string, Ratio>;
+
+    template <class T>
+    const T& Get(PropertyTypes required, const ThrowSite& site) const;
+    void AssignScalar(PropertyTypes type, Value&& value) noexcept;
+    Property& AppendChild(Property& child);
+    const Property* FindChildByName(std::string_view name) const noexcept;
+    bool ContainerEquals(const Property& other) const;
+
+    void RequireArray(const char* method, const ThrowSite& site) const;
+    [[noreturn]] void ThrowMethodIsNotApplicable(const char* method, const ThrowSite& site) const;
+    static void RequireName(const std::string& name, const ThrowSite& site);
+    [[noreturn]] void ThrowChildNameIsNotFound(std::string_view name, const ThrowSite& site) const;
+    [[noreturn]] void ThrowIndexIsOutOfBound(std::size_t index, const ThrowSite& site) const;
+
+    std::string m_name;
+    PropertyTypes m_type;
+    Value m_value;
+    ChildListType m_children;
+};
+
+// Exchanges two nodes without copying.
+void swap(Property& a, Property& b) noexcept;
+
+// Typed reads for generic code. int and unsigned int take the low 32 bits of
+// the stored integer, without a range or sign check (a deliberate narrowing).
+template <class T>
+T GetValue(const Property& property) = delete;
+template <>
+bool GetValue<bool>(const Property& property);
+template <>
+double GetValue<double>(const Property& property);
+template <>
+long long GetValue<long long>(const Property& property);
+template <>
+int GetValue<int>(const Property& property);
+template <>
+unsigned int GetValue<unsigned int>(const Property& property);
+template <>
+std::string GetValue<std::string>(const Property& property);
+template <>
+Ratio GetValue<Ratio>(const Property& property);
+
+// --- Ratios and value text ---------------------------------------------
+
+// numerator "/" denominator: "30000/1001", "-1/2", "0/1".
+std::string StringFromRatio(const Ratio& ratio);
+
+// Parses digits "/" digits (nothing else: no sign, no blanks) into ratio,
+// normalised. False, ratio untouched, for any other text or a part beyond the
+// long long range; a zero denominator throws boost::bad_rational.
+bool RatioFromString(const std::string& text, Ratio& ratio);
+
+// The best continued-fraction approximation of number with a denominator up
+// to maxDenominator: 29.97 with 1001 gives 2997/100. A convergent must stay
+// strictly below the bound, a semiconvergent may reach it and wins when its
+// factor is at least half the term (3.14159265358979 with 7 gives 22/7, with
+// 6 gives 19/6). A bound of 1 or less gives the value truncated over 1.
+// Throws std::invalid_argument for NaN, infinities and |number| >= 2^63.
+Ratio RatioFromDoubleApprox(double number, long long maxDenominator);
+
+// The value of a scalar node as text ("1" for true, 6 significant digits for
+// doubles); Empty and container nodes throw PropertyException with
+// TagDescription "Wrong property type".
+std::string PropertyValueToString(const Property& property);
+
+// Writes the node, and a container's whole subtree one child a line with one
+// more tab of indentation, in out's own formatting. A container printed with
+// newLine ends with an empty line after its last child.
+void PrintPropertyValue(const Property& property, int indent, std::ostream& out, bool printName, bool newLine);
+
+// --- Template definitions ------------------------------------------------
+
+// The function texts recorded by the child templates' throws.
+template <class T>
+struct ChildTSignatures {
+    static constexpr const char* set =
+        "Tarsel::Core::Property &Tarsel::Core::Property::SetChildT(const std::string &, const T &)";
+    static constexpr const char* create =
+        "Tarsel::Core::Property &Tarsel::Core::Property::CreateChildT(const std::string &, const T &)";
+};
+template <>
+struct ChildTSignatures<long long> {
+    static constexpr const char* set =
+        "Tarsel::Core::Property &Tarsel::Core::Property::SetChildT(const std::string &, const long long &)";
+    static constexpr const char* create =
+        "Tarsel::Core::Property &Tarsel::Core::Property::CreateChildT(const std::string &, const long long &)";
+};
+template <>
+struct ChildTSignatures<double> {
+    static constexpr const char* set =
+        "Tarsel::Core::Property &Tarsel::Core::Property::SetChildT(const std::string &, const double &)";
+    static constexpr const char* create =
+        "Tarsel::Core::Property &Tarsel::Core::Property::CreateChildT(const std::string &, const double &)";
+};
+template <>
+struct ChildTSignatures<std::string> {
+    static constexpr const char* set = "Tarsel::Core::Property &Tarsel::Core::Property::SetChildT(const std::string "
+                                       "&, const std::basic_string<char> &)";
+    static constexpr const char* create = "Tarsel::Core::Property &Tarsel::Core::Property::CreateChildT(const "
+                                          "std::string &, const std::basic_string<char> &)";
+};
+
+template <class T>
+Property& Property::SetChildT(const std::string& name, const T& value) {
+    RequireArray("SetChildT", TARSEL_THROW_SITE(ChildTSignatures<T>::set));
+    const iterator found = FindChild(name);
+    if (found == m_children.end()) {
+        return CreateChildT(name, value);
+    }
+    *found = value;
+    return *found;
+}
+
+template <class T>
+Property& Property::CreateChildT(const std::string& name, const T& value) {
+    RequireArray("CreateChildT", TARSEL_THROW_SITE(ChildTSignatures<T>::create));
+    Property child(name, value);
+    return AppendChild(child);
+}
+
+}  // namespace Tarsel::Core

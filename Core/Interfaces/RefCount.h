@@ -1,0 +1,114 @@
+// Intrusive reference counting for the library's interface objects, and the
+// lock that clients' ILockable implementations forward to.
+#pragma once
+
+#include <boost/thread/mutex.hpp>
+
+#include <atomic>
+#include <cstdint>
+
+namespace Tarsel {
+
+// Counts its own references; shared through boost::intrusive_ptr. The count
+// is atomic, so references may be taken and dropped on any thread.
+class IRefCountable {
+public:
+    virtual ~IRefCountable();
+    // Adds one reference; returns the new count.
+    virtual long AddRef() const = 0;
+    // A snapshot of the count.
+    virtual long GetRefCount() const = 0;
+    // Drops one reference and returns the new count; the object destroys
+    // itself when the count reaches 0.
+    virtual long Release() const = 0;
+};
+
+// The counter an implementation holds as a member. It never destroys
+// anything: its owner does, when ReleaseImpl returns 0.
+class RefCountImpl {
+public:
+    RefCountImpl() noexcept = default;
+    RefCountImpl(const RefCountImpl&) = delete;
+    RefCountImpl& operator=(const RefCountImpl&) = delete;
+
+    // Atomic, sequentially consistent; returns the incremented count.
+    long AddRefImpl() const noexcept { return m_count.fetch_add(1) + 1; }
+    // Atomic, sequentially consistent; returns the decremented count.
+    // Exactly one caller sees 0.
+    long ReleaseImpl() const noexcept { return m_count.fetch_sub(1) - 1; }
+    // An unsynchronised snapshot.
+    long GetRefCountImpl() const noexcept { return m_count.load(std::memory_order_relaxed); }
+
+private:
+    mutable std::atomic<std::int32_t> m_count{0};
+};
+
+// The owner pattern for an interface derived from IRefCountable: holds the
+// counter and deletes the object on the last Release. Factories hand the
+// object out in a boost::intrusive_ptr, which takes the first reference.
+template <class Interface>
+class RefCounted : public Interface {
+public:
+    long AddRef() const noexcept override { return m_refCount.AddRefImpl(); }
+    long GetRefCount() const noexcept override { return m_refCount.GetRefCountImpl(); }
+    long Release() const noexcept override {
+        const long count = m_refCount.ReleaseImpl();
+        if (count == 0) {
+            delete this;
+        }
+        return count;
+    }
+
+protected:
+    RefCounted() = default;
+
+private:
+    RefCountImpl m_refCount;
+};
+
+// The hooks through which boost::intrusive_ptr reaches the count.
+void intrusive_ptr_add_ref(const IRefCountable* p);
+void intrusive_ptr_release(const IRefCountable* p);
+
+class ILockable {
+public:
+    virtual ~ILockable();
+    virtual void Lock() = 0;
+    virtual bool TryLock() = 0;
+    virtual void Unlock() = 0;
+};
+
+// One non-recursive mutex. Calls interrupted by a signal are retried.
+// Failures throw boost::thread_resource_error (construction) or
+// boost::lock_error (Lock_Impl, Unlock_Impl).
+class LockImpl {
+public:
+    LockImpl();
+    ~LockImpl();
+    LockImpl(const LockImpl&) = delete;
+    LockImpl& operator=(const LockImpl&) = delete;
+
+    void Lock_Impl();
+    void Unlock_Impl();
+    // True when the lock was taken; false when busy or on any error. Never
+    // throws.
+    bool TryLock_Impl() noexcept;
+
+private:
+    boost::mutex m_mutex;
+};
+
+// Holds an ILockable locked for a scope; a null pointer makes it do nothing.
+class AutoLock {
+public:
+    explicit AutoLock(ILockable* lockable);
+    // An exception from Unlock here ends the process.
+    ~AutoLock();
+    AutoLock(const AutoLock&) = delete;
+    AutoLock& operator=(const AutoLock&) = delete;
+
+private:
+    ILockable* m_lockable;
+};
+
+}  // namespace Tarsel

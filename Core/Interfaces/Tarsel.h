@@ -1,0 +1,8 @@
+// The umbrella header: every public header of Tarsel Core.
+#pragma once
+
+#include <Core/Interfaces/Exceptions.h>
+#include <Core/Interfaces/Property.h>
+#include <Core/Interfaces/PropertyTypes.h>
+#include <Core/Interfaces/RefCount.h>
+#include <Core/Interfaces/StackTrace.h>

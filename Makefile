@@ -1,0 +1,46 @@
+# The two commands of the README, and the other build configurations. Every
+# target installs what is missing first, so each works on a fresh Debian.
+BUILD ?= build
+JOBS ?= $(shell nproc)
+PREFIX ?= /usr/local
+CMAKE_FLAGS ?=
+
+SANITIZER_ENV = ASAN_OPTIONS=detect_leaks=1:halt_on_error=1:abort_on_error=1:detect_stack_use_after_return=1 \
+                UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
+
+.PHONY: all demo test sanitize bench install deps clean
+
+all: test
+
+deps:
+	@scripts/install-deps
+
+demo: deps
+	@cmake -S . -B $(BUILD)/release -DCMAKE_BUILD_TYPE=Release -DTARSEL_BUILD_TESTS=OFF -DTARSEL_BUILD_BENCH=OFF $(CMAKE_FLAGS) > /dev/null
+	@cmake --build $(BUILD)/release --target tarsel -j $(JOBS)
+	$(BUILD)/release/bin/tarsel demo
+
+test: deps
+	@cmake -S . -B $(BUILD)/debug -DCMAKE_BUILD_TYPE=Debug $(CMAKE_FLAGS) > /dev/null
+	@cmake --build $(BUILD)/debug -j $(JOBS)
+	ctest --test-dir $(BUILD)/debug --output-on-failure -j $(JOBS)
+
+sanitize:
+	@scripts/install-deps --with-clang
+	@cmake -S . -B $(BUILD)/sanitize -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_COMPILER=clang++-14 \
+	    -DTARSEL_SANITIZE=ON -DTARSEL_BUILD_BENCH=OFF $(CMAKE_FLAGS) > /dev/null
+	@cmake --build $(BUILD)/sanitize -j $(JOBS)
+	$(SANITIZER_ENV) ctest --test-dir $(BUILD)/sanitize --output-on-failure -j $(JOBS)
+
+bench: deps
+	@cmake -S . -B $(BUILD)/bench -DCMAKE_BUILD_TYPE=Release -DTARSEL_BUILD_TESTS=OFF $(CMAKE_FLAGS) > /dev/null
+	@cmake --build $(BUILD)/bench -j $(JOBS)
+	@for b in $(BUILD)/bench/bin/bench_*; do echo "== $$b"; $$b --benchmark_min_time=0.2 || exit 1; done
+
+install: deps
+	@cmake -S . -B $(BUILD)/release -DCMAKE_BUILD_TYPE=Release -DTARSEL_BUILD_TESTS=OFF -DTARSEL_BUILD_BENCH=OFF $(CMAKE_FLAGS) > /dev/null
+	@cmake --build $(BUILD)/release -j $(JOBS)
+	cmake --install $(BUILD)/release --prefix $(PREFIX)
+
+clean:
+	rm -rf $(BUILD)

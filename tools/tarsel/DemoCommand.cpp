@@ -1,0 +1,65 @@
+// `tarsel demo`: a guided tour of the library on a small settings tree.
+#include "Command.h"
+
+#include <Core/Interfaces/Tarsel.h>
+
+#include <boost/exception/diagnostic_information.hpp>
+
+#include <iostream>
+
+namespace TarselTool {
+
+using namespace Tarsel;
+using namespace Tarsel::Core;
+
+namespace {
+
+Property BuildSettings() {
+    Property settings("settings");
+    Property& video = settings.SetChild("video");
+    video.SetChildT<long long>("width", 1920);
+    video.SetChildT<long long>("height", 1080);
+    video.SetChildT<double>("fps", 29.97);
+    video.SetChild("frameRateRatio", Property("", Ratio(30000, 1001)));
+    video.SetChild("codec", "h264");
+    settings.SetChild("audio").SetChildT<long long>("channels", 2);
+    settings.SetChild("hardwareDecoding", Property("", true));
+    return settings;
+}
+
+void ShowValues(const Property& settings) {
+    const Property& video = settings["video"];
+    std::cout << "== Values read back\n"
+              << "video/width          " << video["width"].GetInt64() << "\n"
+              << "video/fps            " << video["fps"].GetDouble() << "\n"
+              << "video/frameRateRatio " << StringFromRatio(video["frameRateRatio"].GetRatio()) << "\n"
+              << "video/codec          " << video["codec"].GetString() << "\n"
+              << "hardwareDecoding     " << std::boolalpha << settings["hardwareDecoding"].GetBool()
+              << std::noboolalpha << "\n\n";
+}
+
+void ShowWrongType(const Property& settings) {
+    std::cout << "== Asking the container 'video' for a bool\n";
+    try {
+        settings["video"].GetBool();
+    } catch (const WrongTypeIsRequested& e) {
+        std::cout << "caught Tarsel::Core::WrongTypeIsRequested\n" << boost::diagnostic_information(e) << "\n";
+    }
+}
+
+}  // namespace
+
+int RunDemo(const std::vector<std::string>& args) {
+    int status = kSuccess;
+    if (!ParseArguments(args, "tarsel demo", po::options_description("options"), {}, &status)) {
+        return status;
+    }
+    const Property settings = BuildSettings();
+    std::cout << "== A settings tree\n";
+    PrintPropertyValue(settings, 0, std::cout, true, true);
+    ShowValues(settings);
+    ShowWrongType(settings);
+    return kSuccess;
+}
+
+}  // namespace TarselTool
