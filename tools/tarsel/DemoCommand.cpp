@@ -5,6 +5,7 @@
 
 #include <boost/exception/diagnostic_information.hpp>
 
+#include <iomanip>
 #include <iostream>
 
 namespace TarselTool {
@@ -34,8 +35,33 @@ void ShowValues(const Property& settings) {
               << "video/fps            " << video["fps"].GetDouble() << "\n"
               << "video/frameRateRatio " << StringFromRatio(video["frameRateRatio"].GetRatio()) << "\n"
               << "video/codec          " << video["codec"].GetString() << "\n"
-              << "hardwareDecoding     " << std::boolalpha << settings["hardwareDecoding"].GetBool()
-              << std::noboolalpha << "\n\n";
+              << "hardwareDecoding     " << settings["hardwareDecoding"].GetBool()
+              << "\n\n";
+}
+
+void ShowPaths(const Property& settings) {
+    std::cout << "== Paths\n"
+              << "ChildByPath(\"video/codec\")            " << settings.ChildByPath("video/codec").GetString() << "\n"
+              << "ChildExistsByPath(\"/audio//channels/\") " << settings.ChildExistsByPath("/audio//channels/")
+              << "\n"
+              << "ChildExistsByPath(\"audio/bitrate\")     " << settings.ChildExistsByPath("audio/bitrate") << "\n\n";
+}
+
+void ShowComparison(const Property& settings) {
+    // The same settings written in another order: containers compare by name.
+    Property reordered("settings");
+    reordered.SetChild("hardwareDecoding", Property("", true));
+    reordered.SetChild("audio").SetChildT<long long>("channels", 2);
+    Property& video = reordered.SetChild("video");
+    video.SetChild("codec", "h264");
+    video.SetChild("frameRateRatio", Property("", Ratio(60000, 2002)));
+    video.SetChildT<double>("fps", 29.970001);  // within the 1e-05 tolerance
+    video.SetChildT<long long>("height", 1080);
+    video.SetChildT<long long>("width", 1920);
+    std::cout << "== Comparison\n"
+              << "settings == the same children in reverse order: " << (settings == reordered) << "\n";
+    video.SetChildT<long long>("width", 1280);
+    std::cout << "... and with width 1280:                         " << (settings == reordered) << "\n\n";
 }
 
 void ShowWrongType(const Property& settings) {
@@ -55,9 +81,11 @@ int RunDemo(const std::vector<std::string>& args) {
         return status;
     }
     const Property settings = BuildSettings();
-    std::cout << "== A settings tree\n";
+    std::cout << std::boolalpha << "== A settings tree\n";
     PrintPropertyValue(settings, 0, std::cout, true, true);
     ShowValues(settings);
+    ShowPaths(settings);
+    ShowComparison(settings);
     ShowWrongType(settings);
     return kSuccess;
 }
