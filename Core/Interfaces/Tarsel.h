@@ -1,7 +1,9 @@
 // The umbrella header: every public header of Tarsel Core.
 #pragma once
 
+#include <Core/Interfaces/DataStream.h>
 #include <Core/Interfaces/Exceptions.h>
+#include <Core/Interfaces/Path.h>
 #include <Core/Interfaces/Property.h>
 #include <Core/Interfaces/PropertyTypes.h>
 #include <Core/Interfaces/RefCount.h>
