@@ -5,8 +5,8 @@ JOBS ?= $(shell nproc)
 PREFIX ?= /usr/local
 CMAKE_FLAGS ?=
 
-SANITIZER_ENV = ASAN_OPTIONS=detect_leaks=1:halt_on_error=1:abort_on_error=1:detect_stack_use_after_return=1 \
-                UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
+SANITIZER_ENV = ASAN_OPTIONS=detect_leaks=1:halt_on_error=1:abort_on_error=1:detect_stack_use_after_return=1:allocator_may_return_null=1 \
+                UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1:suppressions=$(CURDIR)/scripts/ubsan.supp
 
 .PHONY: all demo test sanitize bench install deps clean
 

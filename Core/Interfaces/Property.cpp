@@ -29,7 +29,29 @@ Property::Property(const Property& src)
 
 Property::Property(Property&& src) : Property(static_cast<const Property&>(src)) {}
 
-Property::~Property() = default;
+namespace {
+// Subtrees up to this depth are destroyed recursively, the fast way; deeper
+// ones are flattened first so that no nesting can exhaust the stack.
+constexpr unsigned kRecursiveDestroyDepth = 64;
+thread_local unsigned t_destroyDepth = 0;
+}  // namespace
+
+Property::~Property() {
+    if (m_children.empty()) {
+        return;
+    }
+    if (t_destroyDepth < kRecursiveDestroyDepth) {
+        ++t_destroyDepth;
+        m_children.clear();
+        --t_destroyDepth;
+        return;
+    }
+    // Move every descendant into this one flat list, so that each node is
+    // destroyed with no children of its own.
+    for (Property& node : m_children) {
+        m_children.splice(m_children.end(), node.m_children);
+    }
+}
 
 Property& Property::operator=(const Property& src) {
     Property copy(src);

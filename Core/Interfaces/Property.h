@@ -18,6 +18,7 @@ namespace Tarsel::Core {
 
 template <class T>
 struct ChildTSignatures;
+class SerializerAccess;
 
 // A node: a name, and either nothing (TypeEmpty), one scalar (bool, double,
 // 64-bit integer, string, Ratio) or an ordered list of named children
@@ -52,6 +53,7 @@ public:
     Property(const Property& src);
     // Deliberately a copy: the source is left unchanged.
     Property(Property&& src);
+    // Destroys the subtree without deep recursion, however deep it is.
     virtual ~Property();
 
     // A full copy, the name included.
@@ -172,6 +174,10 @@ public:
     bool IsEqual(const Property& other, double eps) const;
 
 private:
+    // The JSON serializer builds and walks trees in bulk, past the checks of
+    // the public operations.
+    friend class SerializerAccess;
+
     using Value = std::variant<std::monostate, bool, double, long long, std::string, Ratio>;
 
     template <class T>

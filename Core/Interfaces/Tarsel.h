@@ -5,6 +5,7 @@
 #include <Core/Interfaces/Exceptions.h>
 #include <Core/Interfaces/Path.h>
 #include <Core/Interfaces/Property.h>
+#include <Core/Interfaces/PropertySerializer.h>
 #include <Core/Interfaces/PropertyTypes.h>
 #include <Core/Interfaces/RefCount.h>
 #include <Core/Interfaces/StackTrace.h>

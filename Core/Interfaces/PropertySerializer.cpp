@@ -1,0 +1,804 @@
+// This file implements JSON save and load of Property trees.
+//
+// Both directions are linear in the size of the document and use no
+// recursion, so neither the depth nor the breadth of a document can exhaust
+// time or stack:
+// - loading parses with RapidJSON's iterative reader straight into a fresh
+//   tree (no intermediate DOM), refusing nesting beyond kMaxDepth, and only
+//   then moves the result into the target, so a syntax error anywhere leaves
+//   the target untouched;
+// - saving walks the tree with an explicit stack into one string, so nothing
+//   reaches the sink unless the whole text could be built.
+#include <Core/Interfaces/PropertySerializer.h>
+
+#include <rapidjson/document.h>
+#include <rapidjson/reader.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <limits>
+#include <memory>
+#include <new>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace Tarsel::Core {
+
+// The serializer's view of a node's storage: bulk building and reading
+// without the per-call checks (and copies) of the public operations.
+class SerializerAccess {
+public:
+    static Property::ChildListType& Children(Property& node) { return node.m_children; }
+    static const Property::ChildListType& Children(const Property& node) { return node.m_children; }
+
+    // Appends an empty container named name.
+    static Property& AppendContainer(Property& parent, std::string_view name) {
+        Property& child = parent.m_children.emplace_back(std::string());
+        child.m_name.assign(name.data(), name.size());
+        return child;
+    }
+
+    // Gives dst the type, value and children of src; names stay.
+    static void TakeContent(Property& dst, Property& src) noexcept {
+        std::swap(dst.m_type, src.m_type);
+        dst.m_value.swap(src.m_value);
+        dst.m_children.swap(src.m_children);
+    }
+
+    static const std::string& String(const Property& node) { return std::get<std::string>(node.m_value); }
+    static const Ratio& RatioValue(const Property& node) { return std::get<Ratio>(node.m_value); }
+    static double Double(const Property& node) { return std::get<double>(node.m_value); }
+    static long long Int64(const Property& node) { return std::get<long long>(node.m_value); }
+    static bool Bool(const Property& node) { return std::get<bool>(node.m_value); }
+};
+
+namespace {
+
+using Access = SerializerAccess;
+using JsonValue = PropertySerializer::JsonValue;
+using JsonAllocator = PropertySerializer::JsonAllocator;
+
+constexpr const char* kDeserializeFunction = "static void Tarsel::Core::PropertySerializer::Deserialize(Core::Property "
+                                             "&, boost::intrusive_ptr<Tarsel::Core::IDataInput>, bool)";
+constexpr const char* kLoadFunction =
+    "static void Tarsel::Core::PropertySerializer::Load(Core::Property &, const rapidjson::GenericValue<rapidjson::UTF8<char>, "
+    "rapidjson::MemoryPoolAllocator<rapidjson::CrtAllocator>> &)";
+constexpr const char* kFrameRateRatioName = "frameRateRatio";
+constexpr std::size_t kOutputChunk = 64 * 1024;
+
+// JSON failures carry no call stack: the position in the text, not in the
+// code, is what a caller needs, and the parser's own text is not passed on.
+[[noreturn]] void ThrowParseError(const ThrowSite& site) {
+    ThrowAt(site, JsonException() << JsonException::TagParseError("Parse error"));
+}
+
+// An object key is a child name up to its first zero character.
+std::string_view KeyOf(std::string_view name) {
+    return name.substr(0, std::min(name.size(), name.find('\0')));
+}
+
+std::string_view KeyOf(const Property& node) {
+    return KeyOf(std::string_view(node.GetName()));
+}
+
+// Writes "0", "1", ... : the name of the index-th element of an array.
+std::string_view IndexName(std::size_t index, char (&buffer)[24]) {
+    const auto result = std::to_chars(buffer, buffer + sizeof buffer, index);
+    return std::string_view(buffer, static_cast<std::size_t>(result.ptr - buffer));
+}
+
+// --- Saving ------------------------------------------------------------------
+
+// Which child's value each member of a container's object holds. Children
+// that share a key all write into the first member with that key, the last
+// one winning, and leave their own members null. Empty when the keys are
+// distinct, which is checked without hashing for the common shapes.
+std::vector<const Property*> PlanMembers(const Property::ChildListType& children) {
+    const std::size_t count = children.size();
+    bool duplicates = false;
+    if (count < 2) {
+        return {};
+    }
+    // Arrays built by Add, or loaded from JSON arrays, are named by position.
+    std::size_t index = 0;
+    bool positional = true;
+    for (const Property& child : children) {
+        char buffer[24];
+        if (KeyOf(child) != IndexName(index++, buffer)) {
+            positional = false;
+            break;
+        }
+    }
+    if (positional) {
+        return {};
+    }
+    // Small records: comparing every pair beats hashing.
+    constexpr std::size_t kPairwiseLimit = 16;
+    if (count <= kPairwiseLimit) {
+        std::string_view keys[kPairwiseLimit];
+        std::size_t n = 0;
+        for (const Property& child : children) {
+            keys[n++] = KeyOf(child);
+        }
+        for (std::size_t i = 1; i < n && !duplicates; ++i) {
+            duplicates = std::find(keys, keys + i, keys[i]) != keys + i;
+        }
+        if (!duplicates) {
+            return {};
+        }
+    }
+    std::unordered_map<std::string_view, std::pair<std::size_t, const Property*>> byKey;
+    byKey.reserve(count);
+    index = 0;
+    for (const Property& child : children) {
+        const auto [it, inserted] = byKey.try_emplace(KeyOf(child), index, &child);
+        if (!inserted) {
+            it->second.second = &child;
+            duplicates = true;
+        }
+        ++index;
+    }
+    if (!duplicates) {
+        return {};
+    }
+    std::vector<const Property*> plan(count, nullptr);
+    for (const auto& [key, firstAndLast] : byKey) {
+        plan[firstAndLast.first] = firstAndLast.second;
+    }
+    return plan;
+}
+
+// Walks a container's members in order, with their planned values.
+class MemberCursor {
+public:
+    explicit MemberCursor(const Property& container)
+        : m_it(Access::Children(container).begin()),
+          m_end(Access::Children(container).end()),
+          m_plan(PlanMembers(Access::Children(container))) {}
+
+    bool Done() const { return m_it == m_end; }
+    bool First() const { return m_index == 0; }
+    // The member's key, and the node whose value it holds (null: none).
+    std::pair<std::string_view, const Property*> Next() {
+        const Property& child = *m_it++;
+        const Property* source = m_plan.empty() ? &child : m_plan[m_index];
+        ++m_index;
+        return {KeyOf(child), source};
+    }
+
+private:
+    Property::const_iterator m_it;
+    Property::const_iterator m_end;
+    std::vector<const Property*> m_plan;
+    std::size_t m_index = 0;
+};
+
+// printf's "%#g" for a finite double: six significant digits, trailing zeros
+// kept, always a decimal point (1.0 gives 1.00000, 1e-05 gives 1.00000e-05),
+// at a fraction of snprintf's cost.
+std::size_t FormatDoubleSixDigits(double value, char* out) {
+    constexpr int kPrecision = 6;
+    char scientific[32];
+    const auto sci = std::to_chars(scientific, scientific + sizeof scientific, value,
+                                   std::chars_format::scientific, kPrecision - 1);
+    const char* e = std::find(scientific, sci.ptr, 'e');
+    int exponent = 0;
+    std::from_chars(e + (e[1] == '+' ? 2 : 1), sci.ptr, exponent);
+    // %g picks fixed notation when the rounded exponent lies in [-4, P).
+    if (exponent < -4 || exponent >= kPrecision) {
+        const std::size_t length = static_cast<std::size_t>(sci.ptr - scientific);
+        std::memcpy(out, scientific, length);
+        return length;
+    }
+    const auto fixed = std::to_chars(out, out + 32, value, std::chars_format::fixed, kPrecision - 1 - exponent);
+    std::size_t length = static_cast<std::size_t>(fixed.ptr - out);
+    if (std::find(out, fixed.ptr, '.') == fixed.ptr) {
+        out[length++] = '.';
+    }
+    return length;
+}
+
+// Compact JSON text, with RapidJSON's escaping: control characters, '"' and
+// '\' are escaped, every other byte is written as it is.
+class JsonTextWriter {
+public:
+    explicit JsonTextWriter(std::string& out) : m_out(out) {}
+
+    void Write(const Property& root, bool wrapRoot) {
+        if (wrapRoot) {
+            m_out += '{';
+            WriteString(KeyOf(root));
+            m_out += ':';
+        }
+        WriteValue(root);
+        while (!m_stack.empty()) {
+            MemberCursor& cursor = m_stack.back();
+            if (cursor.Done()) {
+                m_out += '}';
+                m_stack.pop_back();
+                continue;
+            }
+            if (!cursor.First()) {
+                m_out += ',';
+            }
+            const auto [key, source] = cursor.Next();
+            WriteString(key);
+            m_out += ':';
+            if (source == nullptr) {
+                m_out += "null";
+            } else {
+                WriteValue(*source);  // may push, invalidating cursor
+            }
+        }
+        if (wrapRoot) {
+            m_out += '}';
+        }
+    }
+
+private:
+    void WriteValue(const Property& node) {
+        switch (node.GetType()) {
+        case TypeBool:
+            m_out += Access::Bool(node) ? "true" : "false";
+            break;
+        case TypeDouble:
+            WriteDouble(Access::Double(node));
+            break;
+        case TypeInt64:
+            WriteInt64(Access::Int64(node));
+            break;
+        case TypeString:
+            WriteString(Access::String(node));
+            break;
+        case TypeRatio:
+            WriteString(StringFromRatio(Access::RatioValue(node)));
+            break;
+        case TypeArray:
+            m_out += '{';
+            m_stack.emplace_back(node);
+            break;
+        default:
+            m_out += "null";
+        }
+    }
+
+    void WriteDouble(double value) {
+        if (!std::isfinite(value)) {
+            m_out += "null";
+            return;
+        }
+        char buffer[32];
+        m_out.append(buffer, FormatDoubleSixDigits(value, buffer));
+    }
+
+    void WriteInt64(long long value) {
+        char buffer[24];
+        const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
+        m_out.append(buffer, result.ptr);
+    }
+
+    void WriteString(std::string_view text) {
+        static constexpr char kHex[] = "0123456789ABCDEF";
+        m_out += '"';
+        std::size_t runStart = 0;
+        for (std::size_t i = 0; i < text.size(); ++i) {
+            const unsigned char c = static_cast<unsigned char>(text[i]);
+            const char escape = EscapeFor(c);
+            if (escape == 0) {
+                continue;
+            }
+            m_out.append(text.data() + runStart, i - runStart);
+            runStart = i + 1;
+            const char sequence[6] = {'\\', escape, '0', '0', kHex[c >> 4], kHex[c & 0xF]};
+            m_out.append(sequence, escape == 'u' ? 6 : 2);
+        }
+        m_out.append(text.data() + runStart, text.size() - runStart);
+        m_out += '"';
+    }
+
+    static char EscapeFor(unsigned char c) {
+        if (c >= 0x20) {
+            return c == '"' ? '"' : c == '\\' ? '\\' : 0;
+        }
+        switch (c) {
+        case '\b':
+            return 'b';
+        case '\t':
+            return 't';
+        case '\n':
+            return 'n';
+        case '\f':
+            return 'f';
+        case '\r':
+            return 'r';
+        default:
+            return 'u';
+        }
+    }
+
+    std::string& m_out;
+    std::vector<MemberCursor> m_stack;
+};
+
+void SaveScalar(const Property& node, JsonValue& value, JsonAllocator& allocator) {
+    switch (node.GetType()) {
+    case TypeBool:
+        value.SetBool(Access::Bool(node));
+        break;
+    case TypeDouble:
+        value.SetDouble(Access::Double(node));
+        break;
+    case TypeInt64:
+        value.SetInt64(Access::Int64(node));
+        break;
+    case TypeString: {
+        const std::string& text = Access::String(node);
+        value.SetString(text.data(), static_cast<rapidjson::SizeType>(text.size()), allocator);
+        break;
+    }
+    case TypeRatio: {
+        const std::string text = StringFromRatio(Access::RatioValue(node));
+        value.SetString(text.data(), static_cast<rapidjson::SizeType>(text.size()), allocator);
+        break;
+    }
+    default:
+        break;  // Empty: the value stays as it was
+    }
+}
+
+// --- Loading -----------------------------------------------------------------
+
+// Assigns a JSON string to node: a ratio under the name "frameRateRatio"
+// (nothing when the text is no ratio; boost::bad_rational for "n/0"), the
+// full text, zero characters included, under any other name.
+void AssignString(Property& node, const char* text, std::size_t length) {
+    if (node.GetName() != kFrameRateRatioName) {
+        node = std::string(text, length);
+        return;
+    }
+    Ratio ratio;
+    if (RatioFromString(std::string(text, length), ratio)) {
+        node = ratio;
+    }
+}
+
+// The container a member value or array element is loaded into: the first
+// child of that name reset to an empty container, or a new one at the end.
+// Lookups scan small containers and index large ones, so a container of n
+// members costs O(n), whatever n.
+class ChildFinder {
+public:
+    explicit ChildFinder(Property& container) : m_container(&container) {}
+
+    Property& Obtain(std::string_view name) {
+        if (Property* existing = Find(name)) {
+            existing->SetArrayType();
+            return *existing;
+        }
+        Property& child = Access::AppendContainer(*m_container, name);
+        if (m_index) {
+            m_index->emplace(child.GetName(), &child);
+        }
+        return child;
+    }
+
+    // Appends without looking: for names known to be new.
+    Property& Append(std::string_view name) {
+        Property& child = Access::AppendContainer(*m_container, name);
+        if (m_index) {
+            m_index->emplace(child.GetName(), &child);
+        }
+        return child;
+    }
+
+    Property& Container() const { return *m_container; }
+
+private:
+    static constexpr std::size_t kIndexThreshold = 16;
+
+    Property* Find(std::string_view name) {
+        Property::ChildListType& children = Access::Children(*m_container);
+        if (!m_index && children.size() < kIndexThreshold) {
+            for (Property& child : children) {
+                if (child.GetName() == name) {
+                    return &child;
+                }
+            }
+            return nullptr;
+        }
+        if (!m_index) {
+            // The first child of a name wins, as in a scan.
+            m_index = std::make_unique<std::unordered_map<std::string_view, Property*>>();
+            m_index->reserve(children.size() * 2);
+            for (Property& child : children) {
+                m_index->emplace(child.GetName(), &child);
+            }
+        }
+        const auto found = m_index->find(name);
+        return found == m_index->end() ? nullptr : found->second;
+    }
+
+    Property* m_container;
+    std::unique_ptr<std::unordered_map<std::string_view, Property*>> m_index;
+};
+
+// Builds a fresh tree from parser events (RapidJSON's reader, or a walk of a
+// DOM value) with the semantics of loading into an empty container.
+//
+// In items mode the top level only collects the root's members or elements,
+// in order and unmerged, to be merged into a target that already has
+// children (see ApplyItems). The first failure of loading (an empty key, a
+// "frameRateRatio" of "n/0") is recorded with the top-level item it occurred
+// in, and building stops there, but the events are still followed so that a
+// later syntax error or excess depth is still reported as such.
+//
+// Keys must stay valid until the next event: true for in-situ parsing and for
+// DOM walks.
+class TreeBuilder : public rapidjson::BaseReaderHandler<rapidjson::UTF8<char>, TreeBuilder> {
+public:
+    TreeBuilder(Property& root, bool itemsMode) : m_root(root), m_itemsMode(itemsMode) {}
+
+    bool Null() { return Value([](Property&) {}); }
+    bool Bool(bool b) {
+        return Value([b](Property& node) { node = b; });
+    }
+    bool Int(int i) { return Int64(i); }
+    bool Uint(unsigned u) { return Int64(u); }
+    bool Int64(std::int64_t i) {
+        return Value([i](Property& node) { node = static_cast<long long>(i); });
+    }
+    bool Uint64(std::uint64_t u) {
+        // Beyond the signed range: deliberately nothing.
+        if (u > static_cast<std::uint64_t>(std::numeric_limits<long long>::max())) {
+            return Null();
+        }
+        return Int64(static_cast<std::int64_t>(u));
+    }
+    bool Double(double d) {
+        return Value([d](Property& node) { node = d; });
+    }
+    bool String(const char* text, rapidjson::SizeType length, bool) {
+        return Value([&](Property& node) { AssignString(node, text, length); });
+    }
+
+    bool StartObject() { return Start(true); }
+    bool StartArray() { return Start(false); }
+    bool EndObject(rapidjson::SizeType) { return End(); }
+    bool EndArray(rapidjson::SizeType) { return End(); }
+
+    bool Key(const char* text, rapidjson::SizeType length, bool) {
+        if (Stopped()) {
+            return true;
+        }
+        m_key = KeyOf(std::string_view(text, length));
+        if (m_key.empty() && !AtItemLevel()) {
+            Fail([](Property& container) { container.SetChild(std::string()); });
+        }
+        return true;
+    }
+
+    bool RootIsObject() const { return m_rootIsObject; }
+    const std::exception_ptr& Failure() const { return m_failure; }
+    // The top-level item the failure occurred in.
+    std::size_t FailureItem() const { return m_failureItem; }
+
+private:
+    struct Frame {
+        ChildFinder children;
+        bool isObject;
+    };
+
+    bool Stopped() const { return m_failure != nullptr; }
+    bool AtItemLevel() const { return m_itemsMode && m_frames.size() == 1; }
+
+    bool Start(bool isObject) {
+        if (m_depth == PropertySerializer::kMaxDepth) {
+            return false;
+        }
+        ++m_depth;
+        if (Stopped()) {
+            return true;
+        }
+        if (m_frames.empty()) {
+            m_rootIsObject = isObject;
+            m_frames.push_back(Frame{ChildFinder(m_root), isObject});
+            return true;
+        }
+        Property& child = NextChild();
+        m_frames.push_back(Frame{ChildFinder(child), isObject});
+        return true;
+    }
+
+    bool End() {
+        --m_depth;
+        if (!Stopped()) {
+            m_frames.pop_back();
+        }
+        return true;
+    }
+
+    // A scalar at the root is refused: only objects and arrays are documents.
+    template <class Assign>
+    bool Value(Assign assign) {
+        if (m_depth == 0) {
+            return false;
+        }
+        if (!Stopped()) {
+            Property& node = NextChild();
+            try {
+                assign(node);
+            } catch (const boost::bad_rational&) {
+                m_failure = std::current_exception();
+                m_failureItem = ItemIndex();
+            }
+        }
+        return true;
+    }
+
+    // The container the next value goes into.
+    Property& NextChild() {
+        Frame& frame = m_frames.back();
+        if (frame.isObject) {
+            return AtItemLevel() ? frame.children.Append(m_key) : frame.children.Obtain(m_key);
+        }
+        char buffer[24];
+        const std::size_t count = Access::Children(frame.children.Container()).size();
+        return frame.children.Append(IndexName(count, buffer));
+    }
+
+    // Records the exception that the public operation raises for the same
+    // input, so the caller sees exactly its type, text and throw site.
+    template <class Operation>
+    void Fail(Operation operation) {
+        try {
+            operation(m_frames.back().children.Container());
+        } catch (...) {
+            m_failure = std::current_exception();
+            m_failureItem = ItemIndex();
+        }
+    }
+
+    std::size_t ItemIndex() const {
+        const std::size_t items = Access::Children(m_root).size();
+        return items == 0 ? 0 : items - 1;
+    }
+
+    Property& m_root;
+    const bool m_itemsMode;
+    std::vector<Frame> m_frames;
+    std::string_view m_key;
+    unsigned m_depth = 0;
+    bool m_rootIsObject = false;
+    std::exception_ptr m_failure;
+    std::size_t m_failureItem = 0;
+};
+
+// Feeds a DOM value's events to a handler in document order, with an
+// explicit stack. Returns false when the handler stops.
+template <class Handler>
+bool WalkValue(const JsonValue& root, Handler& handler) {
+    struct Position {
+        const JsonValue* container;
+        rapidjson::SizeType index;
+    };
+    std::vector<Position> stack;
+    const auto emit = [&](const JsonValue& value) {
+        switch (value.GetType()) {
+        case rapidjson::kObjectType:
+            stack.push_back({&value, 0});
+            return handler.StartObject();
+        case rapidjson::kArrayType:
+            stack.push_back({&value, 0});
+            return handler.StartArray();
+        case rapidjson::kStringType:
+            return handler.String(value.GetString(), value.GetStringLength(), false);
+        case rapidjson::kNumberType:
+            if (value.IsDouble()) {
+                return handler.Double(value.GetDouble());
+            }
+            return value.IsInt64() ? handler.Int64(value.GetInt64()) : handler.Uint64(value.GetUint64());
+        case rapidjson::kTrueType:
+            return handler.Bool(true);
+        case rapidjson::kFalseType:
+            return handler.Bool(false);
+        default:
+            return handler.Null();
+        }
+    };
+    if (!emit(root)) {
+        return false;
+    }
+    while (!stack.empty()) {
+        Position& top = stack.back();
+        const JsonValue& container = *top.container;
+        bool ok = true;
+        if (container.IsObject()) {
+            if (top.index == container.MemberCount()) {
+                stack.pop_back();
+                ok = handler.EndObject(container.MemberCount());
+            } else {
+                const auto& member = container.MemberBegin()[top.index++];
+                ok = handler.Key(member.name.GetString(), member.name.GetStringLength(), false) && emit(member.value);
+            }
+        } else if (top.index == container.Size()) {
+            stack.pop_back();
+            ok = handler.EndArray(container.Size());
+        } else {
+            ok = emit(container[top.index++]);
+        }
+        if (!ok) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Merges the collected top-level items into a target that already has
+// children (or is no container), exactly as loading member by member would:
+// each item takes the place SetChild gives it; the failures of SetChild and
+// Count are those operations' own.
+void ApplyItems(Property& target, Property& items, const TreeBuilder& builder) {
+    ChildFinder finder(target);
+    std::size_t index = 0;
+    for (Property& item : Access::Children(items)) {
+        std::string name = item.GetName();
+        if (!builder.RootIsObject()) {
+            name = std::to_string(target.Count());
+        }
+        if (name.empty() || target.GetType() != TypeArray) {
+            target.SetChild(name);  // throws the refusal
+        }
+        Access::TakeContent(finder.Obtain(name), item);
+        if (builder.Failure() && index == builder.FailureItem()) {
+            std::rethrow_exception(builder.Failure());
+        }
+        ++index;
+    }
+    if (builder.Failure()) {
+        std::rethrow_exception(builder.Failure());
+    }
+}
+
+// Loads the events of a whole document into target. A target that is an
+// empty container (the usual case) receives the fresh tree in one move;
+// any other has the root's items merged in.
+template <class Parse>
+void LoadDocument(Property& target, Parse parse, const ThrowSite& parseErrorSite) {
+    const bool emptyContainer = target.GetType() == TypeArray && Access::Children(target).empty();
+    Property fresh{std::string()};
+    TreeBuilder builder(fresh, !emptyContainer);
+    if (!parse(builder)) {
+        ThrowParseError(parseErrorSite);
+    }
+    if (emptyContainer) {
+        Access::Children(target).swap(Access::Children(fresh));
+        if (builder.Failure()) {
+            std::rethrow_exception(builder.Failure());
+        }
+        return;
+    }
+    ApplyItems(target, fresh, builder);
+}
+
+// The whole input in one zero-terminated buffer: GetSize, then one Read.
+// Bytes the input does not deliver stay zero, so a short read reads as a
+// shorter text.
+std::unique_ptr<char, void (*)(void*)> ReadWhole(IDataInput& input) {
+    const std::size_t size = input.GetSize();
+    if (size == std::numeric_limits<std::size_t>::max()) {
+        throw std::bad_alloc();  // no room for the terminator
+    }
+    // calloc: large buffers come zeroed from the system at no cost.
+    std::unique_ptr<char, void (*)(void*)> buffer(static_cast<char*>(std::calloc(size + 1, 1)), std::free);
+    if (!buffer) {
+        throw std::bad_alloc();
+    }
+    input.Read(buffer.get(), size);
+    buffer.get()[size] = '\0';
+    return buffer;
+}
+
+void LoadScalar(Property& target, const JsonValue& value) {
+    if (value.IsBool()) {
+        target = value.GetBool();
+    } else if (value.IsDouble()) {
+        target = value.GetDouble();
+    } else if (value.IsInt64()) {
+        target = static_cast<long long>(value.GetInt64());
+    } else if (value.IsString()) {
+        AssignString(target, value.GetString(), value.GetStringLength());
+    }
+}
+
+}  // namespace
+
+// --- JsonTarselStreamOut -------------------------------------------------------
+
+JsonTarselStreamOut::JsonTarselStreamOut(boost::intrusive_ptr<IDataOutput> output) : m_output(std::move(output)) {
+    m_buffer.reserve(kBufferSize);
+}
+
+void JsonTarselStreamOut::Flush() {
+    if (!m_buffer.empty()) {
+        m_output->Write(m_buffer.data(), m_buffer.size());
+        m_buffer.clear();
+    }
+}
+
+// --- PropertySerializer ----------------------------------------------------------
+
+void PropertySerializer::Serialize(const Property& property, boost::intrusive_ptr<IDataOutput> output,
+                                   bool wrapRoot) {
+    std::string text;
+    JsonTextWriter(text).Write(property, wrapRoot);
+    for (std::size_t offset = 0; offset < text.size(); offset += kOutputChunk) {
+        output->Write(text.data() + offset, std::min(kOutputChunk, text.size() - offset));
+    }
+}
+
+void PropertySerializer::Save(const Property& property, JsonValue& value, JsonAllocator& allocator) {
+    struct Frame {
+        MemberCursor cursor;
+        JsonValue* object;
+    };
+    std::vector<Frame> stack;
+    const auto save = [&](const Property& node, JsonValue& target) {
+        if (node.GetType() == TypeArray) {
+            target.SetObject();
+            stack.push_back(Frame{MemberCursor(node), &target});
+        } else {
+            SaveScalar(node, target, allocator);
+        }
+    };
+    save(property, value);
+    while (!stack.empty()) {
+        Frame& top = stack.back();
+        if (top.cursor.Done()) {
+            stack.pop_back();
+            continue;
+        }
+        const auto [key, source] = top.cursor.Next();
+        JsonValue& object = *top.object;
+        object.AddMember(JsonValue(key.data(), static_cast<rapidjson::SizeType>(key.size()), allocator), JsonValue(),
+                         allocator);
+        if (source != nullptr) {
+            save(*source, (object.MemberEnd() - 1)->value);  // may push, invalidating top
+        }
+    }
+}
+
+void PropertySerializer::Deserialize(Property& property, boost::intrusive_ptr<IDataInput> input, bool wrapRoot) {
+    const auto text = ReadWhole(*input);
+    LoadDocument(
+        property,
+        [&](TreeBuilder& builder) {
+            rapidjson::Reader reader;
+            rapidjson::InsituStringStream stream(text.get());
+            return !reader.Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseInsituFlag>(stream, builder).IsError();
+        },
+        TARSEL_THROW_SITE(kDeserializeFunction));
+    if (wrapRoot) {
+        // The property becomes its first child, moved out rather than copied.
+        Property& first = property[std::size_t{0}];
+        Property detached{std::string()};
+        detached.Swap(first);
+        property.Swap(detached);
+    }
+}
+
+void PropertySerializer::Load(Property& property, const JsonValue& value) {
+    if (!value.IsObject() && !value.IsArray()) {
+        LoadScalar(property, value);
+        return;
+    }
+    LoadDocument(
+        property, [&](TreeBuilder& builder) { return WalkValue(value, builder); }, TARSEL_THROW_SITE(kLoadFunction));
+}
+
+}  // namespace Tarsel::Core

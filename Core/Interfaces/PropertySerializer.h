@@ -1,0 +1,98 @@
+// JSON save and load of Property trees over the library's byte streams.
+//
+// The text is compact UTF-8 JSON: containers are objects keyed by child name
+// (arrays built with Add too: their keys are "0", "1", ...), doubles are
+// written "%#g" (1.0 gives 1.00000, so they read back as doubles), ratios as
+// "n/d" strings that read back as ratios only under the key
+// "frameRateRatio", and the root may be wrapped in a one-member object
+// {name: value}.
+#pragma once
+
+#include <Core/Interfaces/DataStream.h>
+#include <Core/Interfaces/Property.h>
+
+#include <boost/intrusive_ptr.hpp>
+#include <rapidjson/fwd.h>
+
+#include <cstddef>
+#include <string>
+
+namespace Tarsel::Core {
+
+// The character stream a rapidjson::Writer writes into, over an IDataOutput:
+// for clients that write Save's values with rapidjson's own writer. It holds
+// the sink for its lifetime; characters are gathered in a 64 KiB buffer and
+// reach the sink in order, a buffer at a time, and on Flush (which the writer
+// calls when a document is complete).
+class JsonTarselStreamOut {
+public:
+    using Ch = char;
+    static constexpr std::size_t kBufferSize = 64 * 1024;
+
+    explicit JsonTarselStreamOut(boost::intrusive_ptr<IDataOutput> output);
+
+    void Put(char c) {
+        m_buffer.push_back(c);
+        if (m_buffer.size() == kBufferSize) {
+            Flush();
+        }
+    }
+    void Flush();
+
+private:
+    boost::intrusive_ptr<IDataOutput> m_output;
+    std::string m_buffer;
+};
+
+// Saves and loads Property trees as JSON. Stateless; concurrent calls on
+// different trees and streams are independent.
+class PropertySerializer {
+public:
+    using JsonAllocator = rapidjson::MemoryPoolAllocator<rapidjson::CrtAllocator>;
+    using JsonValue = rapidjson::GenericValue<rapidjson::UTF8<char>, JsonAllocator>;
+
+    // Writes property as JSON to output, wrapped in {name: value} when
+    // wrapRoot is set. The whole text is built before the first byte is
+    // written, so a failure writes nothing; then the bytes reach output in
+    // order, in 64 KiB writes, before the call returns. A non-container
+    // property without wrapping is written as a bare value. Doubles that are
+    // not finite are written as null, since JSON has no text for them.
+    static void Serialize(const Property& property, boost::intrusive_ptr<IDataOutput> output, bool wrapRoot);
+
+    // Fills value from property: containers become objects, one member per
+    // child in order; children sharing a name all write into the first member
+    // of that name (the last one wins) and leave the later ones null; an
+    // Empty node leaves value untouched.
+    static void Save(const Property& property, JsonValue& value, JsonAllocator& allocator);
+
+    // Reads the whole input (GetSize, then one Read) and loads the JSON text
+    // into property, merging it into the children property already has; with
+    // wrapRoot, property then becomes its first child. The text ends at the
+    // first zero byte.
+    //
+    // Throws JsonException with TagParseError "Parse error", leaving property
+    // untouched, for any syntax error, a root that is not an object or an
+    // array, or nesting deeper than 512 levels. A failure while loading (see
+    // Load) keeps what was loaded before it. A size that cannot be buffered
+    // throws std::bad_alloc; exceptions of the input pass through.
+    static void Deserialize(Property& property, boost::intrusive_ptr<IDataInput> input, bool wrapRoot);
+
+    // Loads value into property. Each object member becomes the child
+    // SetChild(name) gives (the first child of that name, reset, or a new
+    // one), each array element the child named by the current count; scalars
+    // are assigned; null, an empty object or array, and integers above the
+    // signed 64-bit range assign nothing; a string under the name
+    // "frameRateRatio" becomes a ratio when it reads as one.
+    //
+    // Throws MethodIsNotApplicable when members or elements meet a property
+    // that is not a container, std::invalid_argument ("name is empty") for an
+    // empty key, boost::bad_rational for a "frameRateRatio" of "n/0"; what was
+    // loaded before the failure stays. A value nested deeper than 512 levels
+    // throws JsonException "Parse error" and loads nothing.
+    static void Load(Property& property, const JsonValue& value);
+
+    // The deepest nesting of objects and arrays that is accepted.
+    static constexpr unsigned kMaxDepth = 512;
+};
+
+}  // namespace Tarsel::Core

@@ -1,0 +1,448 @@
+#include <Core/Interfaces/PropertySerializer.h>
+
+#include <boost/exception/get_error_info.hpp>
+#include <gtest/gtest.h>
+#include <rapidjson/document.h>
+#include <rapidjson/writer.h>
+
+#include <pthread.h>
+
+#include <climits>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <limits>
+#include <random>
+#include <sstream>
+
+using namespace Tarsel;
+using namespace Tarsel::Core;
+
+namespace {
+
+std::string Serialize(const Property& p, bool wrap = false) {
+    const auto out = MemoryDataOutput::Create();
+    PropertySerializer::Serialize(p, out, wrap);
+    return out->GetData();
+}
+
+void Deserialize(Property& p, const std::string& text, bool wrap = false) {
+    PropertySerializer::Deserialize(p, MemoryDataInput::Create(text), wrap);
+}
+
+Property Load(const std::string& text, bool wrap = false) {
+    Property p("root");
+    Deserialize(p, text, wrap);
+    return p;
+}
+
+std::string Dump(const Property& p) {
+    std::ostringstream out;
+    PrintPropertyValue(p, 0, out, true, true);
+    return out.str();
+}
+
+// The container of the classic example: width, fps, title, frameRateRatio.
+Property Clip() {
+    Property cfg("cfg");
+    cfg.SetChildT<long long>("width", 1920);
+    cfg.SetChildT<double>("fps", 29.97);
+    cfg.SetChild("title", "clip");
+    cfg.SetChild("frameRateRatio", Property("", Ratio(30000, 1001)));
+    return cfg;
+}
+
+// Records every Write, to check what reaches a sink and when.
+class RecordingOutput : public RefCounted<IDataOutput> {
+public:
+    std::size_t Write(const void* data, std::size_t size) override {
+        writes.emplace_back(static_cast<const char*>(data), size);
+        return size;
+    }
+    std::vector<std::string> writes;
+};
+
+class ScriptedInput : public RefCounted<IDataInput> {
+public:
+    ScriptedInput(std::size_t size, std::string delivered) : m_size(size), m_delivered(std::move(delivered)) {}
+    std::size_t GetSize() const override { return m_size; }
+    std::size_t Read(void* data, std::size_t) override {
+        if (m_delivered == "throw") {
+            throw std::runtime_error("read failed");
+        }
+        std::copy(m_delivered.begin(), m_delivered.end(), static_cast<char*>(data));
+        return m_delivered.size();
+    }
+
+private:
+    std::size_t m_size;
+    std::string m_delivered;
+};
+
+std::string Nested(std::size_t depth, const char* open, const char* close, const char* inner = "") {
+    std::string text;
+    for (std::size_t i = 0; i < depth; ++i) {
+        text += open;
+    }
+    text += inner;
+    for (std::size_t i = 0; i < depth; ++i) {
+        text += close;
+    }
+    return text;
+}
+
+void ExpectParseError(Property& target, const std::string& text) {
+    const std::string before = Dump(target);
+    try {
+        Deserialize(target, text);
+        ADD_FAILURE() << "accepted: " << text.substr(0, 80);
+    } catch (const JsonException& e) {
+        EXPECT_EQ(*boost::get_error_info<JsonException::TagParseError>(e), "Parse error");
+        EXPECT_EQ(boost::get_error_info<TagCallStack>(e), nullptr);
+        EXPECT_STREQ(*boost::get_error_info<boost::throw_function>(e),
+                     "static void Tarsel::Core::PropertySerializer::Deserialize(Core::Property &, "
+                     "boost::intrusive_ptr<Tarsel::Core::IDataInput>, bool)");
+    }
+    EXPECT_EQ(Dump(target), before) << text.substr(0, 80);
+}
+
+// "%#g" as C defines it, from the %e and %f conversions: glibc's own "%#g"
+// drops the zeros when rounding carries into a new exponent (999999.5 gives
+// "1.e+06" instead of "1.00000e+06").
+std::string PercentHashG(double value) {
+    char scientific[64];
+    std::snprintf(scientific, sizeof scientific, "%.5e", value);
+    const int exponent = std::atoi(std::strchr(scientific, 'e') + 1);
+    if (exponent < -4 || exponent >= 6) {
+        return scientific;
+    }
+    char fixed[400];
+    std::snprintf(fixed, sizeof fixed, "%#.*f", 5 - exponent, value);
+    return fixed;
+}
+
+}  // namespace
+
+TEST(Serialize, ClipExampleIsCompactWithWrappingAndWithout) {
+    const std::string inner = R"({"width":1920,"fps":29.9700,"title":"clip","frameRateRatio":"30000/1001"})";
+    EXPECT_EQ(Serialize(Clip()), inner);
+    EXPECT_EQ(Serialize(Clip(), true), R"({"cfg":)" + inner + "}");
+}
+
+TEST(Deserialize, ClipExampleReadsBackItsTypes) {
+    for (bool wrap : {false, true}) {
+        const Property back = Load(Serialize(Clip(), wrap), wrap);
+        EXPECT_EQ(back.GetName(), wrap ? "cfg" : "root");
+        EXPECT_EQ(back["width"].GetInt64(), 1920);
+        EXPECT_EQ(back["fps"].GetDouble(), 29.97);
+        EXPECT_EQ(back["title"].GetString(), "clip");
+        EXPECT_EQ(back["frameRateRatio"].GetRatio(), Ratio(30000, 1001));
+        EXPECT_EQ(Serialize(back, wrap), Serialize(Clip(), wrap));
+    }
+    // Only one key reads back as a ratio.
+    EXPECT_EQ(Load(R"({"rate":"30000/1001"})")["rate"].GetString(), "30000/1001");
+}
+
+TEST(Serialize, BytesReachTheSinkInOrderBeforeReturning) {
+    const boost::intrusive_ptr<RecordingOutput> sink(new RecordingOutput);
+    Property p("p");
+    p.SetChildT<long long>("a", 1);
+    PropertySerializer::Serialize(p, sink, false);
+    ASSERT_EQ(sink->writes.size(), 1u);
+    EXPECT_EQ(sink->writes[0], R"({"a":1})");
+    EXPECT_EQ(sink->GetRefCount(), 1);  // the sink is not kept
+
+    // A large document arrives in 64 KiB writes, in order.
+    Property big("big");
+    for (int i = 0; i < 20000; ++i) {
+        big.Add(Property("", "some text " + std::to_string(i)));
+    }
+    sink->writes.clear();
+    PropertySerializer::Serialize(big, sink, false);
+    std::string joined;
+    for (const std::string& w : sink->writes) {
+        EXPECT_LE(w.size(), 64u * 1024);
+        joined += w;
+    }
+    EXPECT_EQ(joined, Serialize(big));
+    EXPECT_EQ(sink->writes.size(), (joined.size() + 65535) / 65536);
+}
+
+TEST(Serialize, ValuesAndNamesMapAsDocumented) {
+    Property p("p");
+    p.SetChild("empty");
+    p.SetChildT<double>("two", 2.0);
+    p.SetChildT<long long>("int", -2);
+    p.SetChild("yes", Property("", true));
+    p.SetChild("text", Property("", std::string("q\"b\\s/\x01\x1f\b\t\n\f\r\x7f\xc3\xa9\0z", 18)));
+    p.SetChild("ratio", Property("", Ratio(-1, 2)));
+    p.AddWithName(std::string("nul\0cut", 7), Property("", 1));
+    p.SetChildT<double>("inf", std::numeric_limits<double>::infinity());
+    p.SetChild("list").Add(Property("", 5));
+    EXPECT_EQ(Serialize(p), R"({"empty":{},"two":2.00000,"int":-2,"yes":true,)"
+                            R"("text":"q\"b\\s/\u0001\u001F\b\t\n\f\r)"
+                            "\x7f\xc3\xa9"
+                            R"(\u0000z","ratio":"-1/2","nul":1,"inf":null,"list":{"0":5}})");
+    // A bare value without wrapping.
+    EXPECT_EQ(Serialize(Property("d", 0.1)), "0.100000");
+}
+
+TEST(Serialize, DoublesAreWrittenLikePrintfPercentHashG) {
+    std::mt19937_64 random(20261122);
+    std::vector<double> values = {0.0, -0.0, 1.0, 0.1, 29.97, 1e-05, 1e-4, 123456.0, 999999.5, 1e300, -5e-324,
+                                  0.000123456789, 1234567.0, 99999.95, 9.999995, 1e21};
+    std::uniform_real_distribution<double> mantissa(-10, 10);
+    std::uniform_int_distribution<int> exponent(-12, 12);
+    for (int i = 0; i < 5000; ++i) {
+        values.push_back(mantissa(random) * std::pow(10.0, exponent(random)));
+        const std::uint64_t bits = random() & 0x7fefffffffffffffULL;  // any finite double
+        double raw = 0;
+        std::memcpy(&raw, &bits, sizeof raw);
+        values.push_back(raw);
+    }
+    for (double value : values) {
+        ASSERT_EQ(Serialize(Property("d", value)), PercentHashG(value)) << value;
+    }
+}
+
+TEST(Serialize, ChildrenSharingANameWriteIntoTheFirstMember) {
+    Property p("p");
+    p.CreateChildT<long long>("x", 1);
+    p.CreateChildT<long long>("y", 2);
+    p.CreateChildT<long long>("x", 3);
+    EXPECT_EQ(Serialize(p), R"({"x":3,"y":2,"x":null})");
+    // Large containers take the same rule.
+    Property many("m");
+    for (int i = 0; i < 40; ++i) {
+        many.CreateChildT<long long>("k" + std::to_string(i % 20), i);
+    }
+    const std::string text = Serialize(many);
+    EXPECT_EQ(text.substr(0, 17), R"({"k0":20,"k1":21,)");
+    EXPECT_EQ(text.substr(text.size() - 22), R"("k18":null,"k19":null})");
+}
+
+TEST(Deserialize, JsonValuesMapAsDocumented) {
+    const Property p = Load(R"({"arr":[10,20],"null":null,"obj":{},"list":[],"b":false,"d":1e2,"f":1.5,)"
+                            R"("i":-2147483649,"max":9223372036854775807,"huge":18446744073709551615,)"
+                            R"("beyond":18446744073709551616,"s":"a\u0000b","frameRateRatio":"4/8"})");
+    EXPECT_EQ(p["arr"].Count(), 2u);
+    EXPECT_EQ(p["arr"]["0"].GetInt64(), 10);
+    EXPECT_EQ(p["arr"]["1"].GetInt64(), 20);
+    for (const char* emptyContainer : {"null", "obj", "list", "huge"}) {
+        EXPECT_EQ(p[emptyContainer].GetType(), TypeArray) << emptyContainer;
+        EXPECT_EQ(p[emptyContainer].Count(), 0u);
+    }
+    EXPECT_EQ(p["b"].GetBool(), false);
+    EXPECT_EQ(p["d"].GetDouble(), 100.0);
+    EXPECT_EQ(p["f"].GetDouble(), 1.5);
+    EXPECT_EQ(p["i"].GetInt64(), -2147483649LL);
+    EXPECT_EQ(p["max"].GetInt64(), LLONG_MAX);
+    EXPECT_EQ(p["beyond"].GetDouble(), 18446744073709551616.0);
+    EXPECT_EQ(p["s"].GetString(), std::string("a\0b", 3));
+    EXPECT_EQ(p["frameRateRatio"].GetRatio(), Ratio(1, 2));
+    EXPECT_EQ(Load(R"({"frameRateRatio":"25"})")["frameRateRatio"].Count(), 0u);
+    EXPECT_EQ(Load(R"([10,20])")[1].GetName(), "1");
+}
+
+TEST(Deserialize, SyntaxErrorsAndNonContainerRootsLeaveTheTargetUntouched) {
+    Property target("target");
+    target.SetChildT<long long>("kept", 1);
+    for (const char* text : {"", " ", "5", "\"s\"", "true", "null", "{} x", "{}{}", "[1,]", "{\"a\" 1}", "{\"a\":1",
+                             "[01]", "\"\\x\"", "{'a':1}", "nul", "[1 2]", "{\"a\":1,\"b\":{\"c\":[}]}", "\x01"}) {
+        ExpectParseError(target, text);
+    }
+    // A failure that loading would meet later does not hide a syntax error.
+    ExpectParseError(target, R"({"a":{"":1},"b":[)");
+}
+
+TEST(Deserialize, TextEndsAtTheFirstZeroByteAndShortReadsReadAsZeros) {
+    EXPECT_EQ(Load(std::string("{\"a\":1}\0garbage", 15))["a"].GetInt64(), 1);
+    Property p("p");
+    PropertySerializer::Deserialize(p, new ScriptedInput(12, R"({"a":2})"), false);
+    EXPECT_EQ(p["a"].GetInt64(), 2);
+    Property empty("e");
+    ExpectParseError(empty, "");
+}
+
+TEST(Deserialize, NestingIsLimitedTo512LevelsWithoutRecursion) {
+    const auto run = [] {
+        EXPECT_EQ(Load(Nested(PropertySerializer::kMaxDepth, "[", "]")).Count(), 1u);
+        Property target("t");
+        target.SetChildT<long long>("kept", 1);
+        ExpectParseError(target, Nested(PropertySerializer::kMaxDepth + 1, "[", "]"));
+        ExpectParseError(target, Nested(100000, "[", "]"));
+        ExpectParseError(target, Nested(100000, "{\"a\":", "}", "1"));
+        ExpectParseError(target, Nested(100000, "[", ""));
+        Property fresh("fresh");
+        ExpectParseError(fresh, Nested(100000, "{\"a\":", "}", "1"));
+        ExpectParseError(fresh, Nested(PropertySerializer::kMaxDepth + 1, "{\"a\":", "}", "1"));
+
+        // The deepest accepted tree saves and reloads.
+        const std::string deepest = Nested(PropertySerializer::kMaxDepth, "{\"a\":", "}", "1");
+        EXPECT_EQ(Serialize(Load(deepest)), deepest);
+    };
+    run();
+    // The same on a thread with a small stack.
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, 512 * 1024);
+    pthread_t thread;
+    std::function<void()> body = run;
+    ASSERT_EQ(pthread_create(
+                  &thread, &attributes,
+                  [](void* f) -> void* {
+                      (*static_cast<std::function<void()>*>(f))();
+                      return nullptr;
+                  },
+                  &body),
+              0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attributes);
+}
+
+TEST(Deserialize, StreamFailuresPassThrough) {
+    Property p("p");
+    EXPECT_THROW(PropertySerializer::Deserialize(p, new ScriptedInput(SIZE_MAX, ""), false), std::bad_alloc);
+    EXPECT_THROW(PropertySerializer::Deserialize(p, new ScriptedInput(8, "throw"), false), std::runtime_error);
+    EXPECT_EQ(p.Count(), 0u);
+
+    class FailingOutput : public RefCounted<IDataOutput> {
+        std::size_t Write(const void*, std::size_t) override { throw std::runtime_error("disk full"); }
+    };
+    EXPECT_THROW(PropertySerializer::Serialize(Clip(), new FailingOutput, false), std::runtime_error);
+}
+
+TEST(Deserialize, LoadingFailuresKeepWhatWasLoadedBefore) {
+    Property p("p");
+    try {
+        Deserialize(p, R"({"first":1,"group":{"a":1,"":2,"c":3},"last":4})");
+        FAIL() << "an empty key must be refused";
+    } catch (const std::invalid_argument& e) {
+        EXPECT_EQ(std::string(e.what()).rfind("name is empty\n", 0), 0u);
+    }
+    EXPECT_EQ(Dump(p), "p: Array\n\tfirst: 1\n\tgroup: Array\n\t\ta: 1\n\n\n");
+
+    Property r("r");
+    EXPECT_THROW(Deserialize(r, R"({"x":1,"v":{"frameRateRatio":"1/0"},"y":2})"), boost::bad_rational);
+    EXPECT_EQ(Dump(r), "r: Array\n\tx: 1\n\tv: Array\n\t\tframeRateRatio: Array\n\n\n\n");
+
+    Property leaf("leaf", 1);
+    EXPECT_THROW(Deserialize(leaf, R"({"a":1})"), MethodIsNotApplicable);
+    EXPECT_NO_THROW(Deserialize(leaf, "{}"));
+    try {
+        Deserialize(leaf, "[1]");
+        FAIL();
+    } catch (const MethodIsNotApplicable& e) {
+        EXPECT_EQ(*boost::get_error_info<PropertyException::TagMethodName>(e), "Count");
+    }
+    EXPECT_EQ(leaf.GetInt64(), 1);
+
+    Property wrapped("w");
+    EXPECT_THROW(Deserialize(wrapped, "{}", true), IndexIsOutOfBound);
+}
+
+TEST(Deserialize, MergesIntoExistingChildrenAsSetChildDoes) {
+    Property p("p");
+    p.SetChildT<long long>("keep", 1);
+    p.SetChild("replace").SetChildT<long long>("old", 1);
+    p.SetChildT<long long>("dup", 1);
+    p.CreateChildT<long long>("dup", 2);
+    Deserialize(p, R"({"replace":{"new":2},"dup":3,"added":true,"added":false})");
+    EXPECT_EQ(Dump(p),
+              "p: Array\n\tkeep: 1\n\treplace: Array\n\t\tnew: 2\n\n\tdup: 3\n\tdup: 2\n\tadded: 0\n\n");
+
+    // Array elements are named by the current count, reusing a child of that
+    // name when one exists.
+    Property a("a");
+    a.SetChildT<long long>("1", 9);
+    Deserialize(a, "[5,6,7]");
+    EXPECT_EQ(Dump(a), "a: Array\n\t1: 7\n\n");
+
+    // Duplicate keys in one object: the last value, in the first one's place.
+    EXPECT_EQ(Dump(Load(R"({"k":{"x":1},"j":0,"k":[2]})")), "root: Array\n\tk: Array\n\t\t0: 2\n\n\tj: 0\n\n");
+}
+
+TEST(PropertySerializer, SaveAndLoadAgreeWithSerializeAndDeserialize) {
+    Property p("p");
+    p.SetChild("text", "a\"b");
+    p.CreateChildT<long long>("x", 1);
+    p.CreateChildT<long long>("x", 2);
+    p.SetChild("frameRateRatio", Property("", Ratio(24000, 1001)));
+    p.SetChild("nested").Add(Property("", true));
+    p.SetChild("empty");
+
+    rapidjson::Document document;
+    PropertySerializer::Save(p, document, document.GetAllocator());
+    const auto out = MemoryDataOutput::Create();
+    {
+        JsonTarselStreamOut stream(out);
+        rapidjson::Writer<JsonTarselStreamOut> writer(stream);
+        document.Accept(writer);
+    }
+    EXPECT_EQ(out->GetData(), Serialize(p));
+
+    Property viaLoad("v");
+    PropertySerializer::Load(viaLoad, document);
+    Property viaDeserialize("v");
+    Deserialize(viaDeserialize, Serialize(p));
+    EXPECT_EQ(Dump(viaLoad), Dump(viaDeserialize));
+
+    // Scalars load into the target itself.
+    Property ratio("frameRateRatio");
+    PropertySerializer::Load(ratio, rapidjson::Value("30/1"));
+    EXPECT_EQ(ratio.GetRatio(), Ratio(30));
+    PropertySerializer::Load(ratio, rapidjson::Value(rapidjson::kNullType));
+    EXPECT_EQ(ratio.GetRatio(), Ratio(30));
+}
+
+TEST(PropertySerializer, RandomTreesRoundTrip) {
+    std::mt19937 random(7);
+    const auto pick = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
+    const std::function<void(Property&, int)> fill = [&](Property& node, int depth) {
+        const int children = pick(6);
+        for (int i = 0; i < children; ++i) {
+            const std::string name = "n" + std::to_string(i);
+            switch (depth < 4 ? pick(7) : pick(5)) {
+            case 0:
+                node.SetChild(name, Property("", pick(2) == 1));
+                break;
+            case 1:
+                node.SetChildT<double>(name, (pick(8001) - 4000) / 4.0);  // exact in six digits
+                break;
+            case 2:
+                node.SetChildT<long long>(name, static_cast<long long>(random()) * (1LL << pick(30)) * (pick(2) ? 1 : -1));
+                break;
+            case 3: {
+                std::string text;
+                for (int c = pick(12); c > 0; --c) {
+                    text += static_cast<char>(pick(256));
+                }
+                node.SetChild(name, Property("", text));
+                break;
+            }
+            case 4:
+                node.SetChild("frameRateRatio", Property("", Ratio(pick(100000), 1 + pick(1000))));
+                break;
+            case 5:
+                fill(node.SetChild(name), depth + 1);
+                break;
+            default: {
+                Property& array = node.SetChild(name);
+                for (int k = pick(4); k > 0; --k) {
+                    array.Add(Property("", static_cast<long long>(pick(100))));
+                }
+            }
+            }
+        }
+    };
+    for (int round = 0; round < 200; ++round) {
+        Property tree("root");
+        fill(tree, 0);
+        const std::string text = Serialize(tree, true);
+        Property back("other");
+        Deserialize(back, text, true);
+        ASSERT_TRUE(back == tree) << text;
+        ASSERT_EQ(Serialize(back, true), text);
+    }
+}
