@@ -9,3 +9,5 @@
 #include <Core/Interfaces/PropertyTypes.h>
 #include <Core/Interfaces/RefCount.h>
 #include <Core/Interfaces/StackTrace.h>
+#include <Core/Interfaces/DyLib.h>
+#include <Core/Interfaces/PlatformHooks.h>

@@ -32,5 +32,6 @@ std::optional<po::variables_map> ParseArguments(const std::vector<std::string>& 
                                                 int* status);
 
 int RunDemo(const std::vector<std::string>& args);
+int RunModule(const std::vector<std::string>& args);
 
 }  // namespace TarselTool

@@ -10,6 +10,7 @@ namespace TarselTool {
 const std::vector<Command>& Commands() {
     static const std::vector<Command> commands = {
         {"demo", "build a small property tree and show what the library does with it", RunDemo},
+        {"module", "load a module by short name or path and look up a symbol in it", RunModule},
     };
     return commands;
 }

@@ -1,0 +1,26 @@
+// This file implements the platform hooks; the pool itself is the
+// platform's (Platform.h).
+#include <Core/Interfaces/PlatformHooks.h>
+
+#include <Core/Interfaces/Platform.h>
+
+namespace Tarsel {
+namespace Core {
+
+AutoreleasePool::AutoreleasePool() : m_pool(Platform::PushAutoreleasePool()) {}
+
+AutoreleasePool::~AutoreleasePool() {
+    Platform::PopAutoreleasePool(m_pool);
+}
+
+Hooker::~Hooker() = default;
+
+// Where a platform offers a print-screen hook, its state would live here.
+struct HookerPrintScreen::Impl {};
+
+HookerPrintScreen::HookerPrintScreen(void (*)()) : m_impl(std::make_unique<Impl>()) {}
+
+HookerPrintScreen::~HookerPrintScreen() = default;
+
+}  // namespace Core
+}  // namespace Tarsel

@@ -1,0 +1,51 @@
+// Scope objects that tie clients to facilities of the desktop platform: an
+// autorelease pool, and the print-screen hook.
+#pragma once
+
+#include <memory>
+
+namespace Tarsel {
+namespace Core {
+
+// Gives its scope an Objective-C autorelease pool on macOS: objects
+// autoreleased while it lives are released when it is destroyed. Elsewhere
+// it is an empty scope. Pools belong to the thread that creates them; destroy
+// them on that thread, in the reverse order of their creation.
+class AutoreleasePool {
+public:
+    AutoreleasePool();
+    // Drains the pool; never throws.
+    ~AutoreleasePool();
+
+    AutoreleasePool(const AutoreleasePool&) = delete;
+    AutoreleasePool& operator=(const AutoreleasePool&) = delete;
+
+private:
+    void* m_pool;
+};
+
+// The base of the platform hooks.
+class Hooker {
+public:
+    virtual ~Hooker();
+};
+
+// The print-screen hook. We install nothing on any platform we support: the
+// callback is neither stored nor called, null included. The class exists so
+// that portable client code can create the hook everywhere.
+class HookerPrintScreen : public Hooker {
+public:
+    // Throws std::bad_alloc when memory runs out.
+    explicit HookerPrintScreen(void (*callback)());
+    ~HookerPrintScreen() override;
+
+    HookerPrintScreen(const HookerPrintScreen&) = delete;
+    HookerPrintScreen& operator=(const HookerPrintScreen&) = delete;
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> m_impl;
+};
+
+}  // namespace Core
+}  // namespace Tarsel

@@ -1,0 +1,38 @@
+// macOS: modules are dylibs in the application bundle's Frameworks folder,
+// and autorelease pools are Foundation's NSAutoreleasePool, reached through
+// the Objective-C runtime so that this file stays plain C++.
+#include <Core/Interfaces/Platform.h>
+
+#include <objc/message.h>
+#include <objc/runtime.h>
+
+namespace Tarsel {
+namespace Core {
+namespace Platform {
+
+const char kModuleNameFormat[] = "lib%1%.dylib";
+const char kFrameworksFolder[] = "@executable_path/../Frameworks/";
+const char kLocalLibFolder[] = "/usr/local/lib/";
+
+namespace {
+
+// objc_msgSend has no prototype of its own: it must be called through the
+// type of the method it reaches, here a method without arguments.
+id Send(id receiver, const char* selector) {
+    return reinterpret_cast<id (*)(id, SEL)>(objc_msgSend)(receiver, sel_registerName(selector));
+}
+
+}  // namespace
+
+void* PushAutoreleasePool() {
+    return Send(Send(reinterpret_cast<id>(objc_getClass("NSAutoreleasePool")), "alloc"), "init");
+}
+
+void PopAutoreleasePool(void* pool) noexcept {
+    // release drains the pool: every object autoreleased in its scope.
+    reinterpret_cast<void (*)(id, SEL)>(objc_msgSend)(static_cast<id>(pool), sel_registerName("release"));
+}
+
+}  // namespace Platform
+}  // namespace Core
+}  // namespace Tarsel
