@@ -19,6 +19,9 @@ demo: deps
 	@cmake -S . -B $(BUILD)/release -DCMAKE_BUILD_TYPE=Release -DTARSEL_BUILD_TESTS=OFF -DTARSEL_BUILD_BENCH=OFF $(CMAKE_FLAGS) > /dev/null
 	@cmake --build $(BUILD)/release --target tarsel -j $(JOBS)
 	$(BUILD)/release/bin/tarsel demo
+	$(BUILD)/release/bin/tarsel show examples/settings.json
+	$(BUILD)/release/bin/tarsel get examples/settings.json playback/frameRateRatio
+	$(BUILD)/release/bin/tarsel get examples/settings.json export/presets/1/name
 
 test: deps
 	@cmake -S . -B $(BUILD)/debug -DCMAKE_BUILD_TYPE=Debug $(CMAKE_FLAGS) > /dev/null

@@ -11,21 +11,19 @@ const double Property::DEFAULT_DOUBLE_EPS = 1e-05;
 
 // --- Construction and assignment -----------------------------------------
 
-Property::Property(const std::string& name) : m_name(name), m_type(TypeArray) {}
-Property::Property(const std::string& name, bool value) : m_name(name), m_type(TypeBool), m_value(value) {}
-Property::Property(const std::string& name, double value) : m_name(name), m_type(TypeDouble), m_value(value) {}
+Property::Property(const std::string& name) : m_name(name), m_value(Container()) {}
+Property::Property(const std::string& name, bool value) : m_name(name), m_value(value) {}
+Property::Property(const std::string& name, double value) : m_name(name), m_value(value) {}
 Property::Property(const std::string& name, int value) : Property(name, static_cast<long long>(value)) {}
 Property::Property(const std::string& name, long value) : Property(name, static_cast<long long>(value)) {}
-Property::Property(const std::string& name, long long value) : m_name(name), m_type(TypeInt64), m_value(value) {}
+Property::Property(const std::string& name, long long value) : m_name(name), m_value(value) {}
 Property::Property(const std::string& name, const char* value) : Property(name, std::string(value)) {}
-Property::Property(const std::string& name, const std::string& value)
-    : m_name(name), m_type(TypeString), m_value(value) {}
-Property::Property(const std::string& name, const Ratio& value) : m_name(name), m_type(TypeRatio), m_value(value) {}
+Property::Property(const std::string& name, const std::string& value) : m_name(name), m_value(value) {}
+Property::Property(const std::string& name, const Ratio& value) : m_name(name), m_value(value) {}
 
 // A node holds a scalar value or children, never both, so copying both
 // members copies exactly the data CopyDataFrom would.
-Property::Property(const Property& src)
-    : m_name(src.m_name), m_type(src.m_type), m_value(src.m_value), m_children(src.m_children) {}
+Property::Property(const Property& src) : m_name(src.m_name), m_value(src.m_value), m_children(src.m_children) {}
 
 Property::Property(Property&& src) : Property(static_cast<const Property&>(src)) {}
 
@@ -64,18 +62,17 @@ Property& Property::operator=(Property&& src) noexcept {
     return *this;
 }
 
-void Property::AssignScalar(PropertyTypes type, Value&& value) noexcept {
-    m_type = type;
+void Property::AssignScalar(Value&& value) noexcept {
     m_children.clear();
     m_value = std::move(value);
 }
 
 Property& Property::operator=(bool value) {
-    AssignScalar(TypeBool, Value(value));
+    AssignScalar(Value(value));
     return *this;
 }
 Property& Property::operator=(double value) {
-    AssignScalar(TypeDouble, Value(value));
+    AssignScalar(Value(value));
     return *this;
 }
 Property& Property::operator=(int value) {
@@ -85,7 +82,7 @@ Property& Property::operator=(long value) {
     return *this = static_cast<long long>(value);
 }
 Property& Property::operator=(long long value) {
-    AssignScalar(TypeInt64, Value(value));
+    AssignScalar(Value(value));
     return *this;
 }
 Property& Property::operator=(const char* value) {
@@ -94,27 +91,25 @@ Property& Property::operator=(const char* value) {
 Property& Property::operator=(const std::string& value) {
     // The copy is made before anything changes, so a failed allocation leaves
     // the node as it was; value may even live inside this node's subtree.
-    AssignScalar(TypeString, Value(value));
+    AssignScalar(Value(value));
     return *this;
 }
 Property& Property::operator=(const Ratio& value) {
-    AssignScalar(TypeRatio, Value(value));
+    AssignScalar(Value(value));
     return *this;
 }
 
 void Property::CopyDataFrom(const Property& src) {
     // Copy first, commit without failure: src may be this node or lie inside
     // its subtree, and a failed copy must leave this node as it was.
-    ChildListType children = src.m_type == TypeArray ? src.m_children : ChildListType();
+    ChildListType children = src.GetType() == TypeArray ? src.m_children : ChildListType();
     Value value = src.m_value;
-    m_type = src.m_type;
     m_children.swap(children);
     m_value.swap(value);
 }
 
 void Property::Swap(Property& other) noexcept {
     m_name.swap(other.m_name);
-    std::swap(m_type, other.m_type);
     m_value.swap(other.m_value);
     m_children.swap(other.m_children);
 }
@@ -127,9 +122,9 @@ void swap(Property& a, Property& b) noexcept {
 
 template <class T>
 const T& Property::Get(PropertyTypes required, const ThrowSite& site) const {
-    if (m_type != required) {
+    if (GetType() != required) {
         ThrowWithCallStack(site, WrongTypeIsRequested(), PropertyException::TagPropertyName(m_name),
-                           PropertyException::TagPropertyType(m_type), PropertyException::TagRequestedType(required));
+                           PropertyException::TagPropertyType(GetType()), PropertyException::TagRequestedType(required));
     }
     return std::get<T>(m_value);
 }
@@ -183,18 +178,18 @@ void Property::DifferentTypeError(PropertyTypes other) const {
     ThrowWithCallStack(
         TARSEL_THROW_SITE("void Tarsel::Core::Property::DifferentTypeError(Tarsel::PropertyTypes) const"),
         ComparedPropertiesHaveDifferentTypes(), PropertyException::TagPropertyName(m_name),
-        PropertyException::TagPropertyType(m_type), PropertyException::TagOtherPropertyType(other));
+        PropertyException::TagPropertyType(GetType()), PropertyException::TagOtherPropertyType(other));
 }
 
 // --- Checks shared by the child operations --------------------------------
 
 void Property::ThrowMethodIsNotApplicable(const char* method, const ThrowSite& site) const {
     ThrowWithCallStack(site, MethodIsNotApplicable(), PropertyException::TagPropertyName(m_name),
-                       PropertyException::TagPropertyType(m_type), PropertyException::TagMethodName(method));
+                       PropertyException::TagPropertyType(GetType()), PropertyException::TagMethodName(method));
 }
 
 void Property::RequireArray(const char* method, const ThrowSite& site) const {
-    if (m_type != TypeArray) {
+    if (GetType() != TypeArray) {
         ThrowMethodIsNotApplicable(method, site);
     }
 }
@@ -294,9 +289,8 @@ Property& Property::AddWithName(const std::string& name, Property child) {
 }
 
 void Property::SetArrayType() {
-    m_type = TypeArray;
     m_children.clear();
-    m_value = std::monostate();
+    m_value = Container();
 }
 
 void Property::RemoveChild(const std::string& name) {

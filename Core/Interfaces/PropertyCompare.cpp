@@ -43,10 +43,10 @@ bool ChildrenEqual(const Property& a, const Property& b) {
 }  // namespace
 
 bool Property::operator==(const Property& other) const {
-    if (other.m_type != m_type) {
-        DifferentTypeError(other.m_type);
+    if (other.GetType() != GetType()) {
+        DifferentTypeError(other.GetType());
     }
-    switch (m_type) {
+    switch (GetType()) {
     case TypeBool:
         return GetBool() == other.GetBool();
     case TypeDouble:
@@ -87,14 +87,14 @@ bool Property::operator!=(const Property& other) const {
 }
 
 bool Property::IsEqual(double number, double eps) const {
-    if (m_type != TypeDouble) {
+    if (GetType() != TypeDouble) {
         DifferentTypeError(TypeDouble);
     }
     return WithinTolerance(std::get<double>(m_value), number, eps);
 }
 
 bool Property::IsEqual(const Property& other, double eps) const {
-    if (m_type != TypeDouble) {
+    if (GetType() != TypeDouble) {
         return *this == other;
     }
     return WithinTolerance(std::get<double>(m_value), other.GetDouble(), eps);

@@ -17,6 +17,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
@@ -46,7 +47,6 @@ public:
 
     // Gives dst the type, value and children of src; names stay.
     static void TakeContent(Property& dst, Property& src) noexcept {
-        std::swap(dst.m_type, src.m_type);
         dst.m_value.swap(src.m_value);
         dst.m_children.swap(src.m_children);
     }
@@ -70,7 +70,6 @@ constexpr const char* kLoadFunction =
     "static void Tarsel::Core::PropertySerializer::Load(Core::Property &, const rapidjson::GenericValue<rapidjson::UTF8<char>, "
     "rapidjson::MemoryPoolAllocator<rapidjson::CrtAllocator>> &)";
 constexpr const char* kFrameRateRatioName = "frameRateRatio";
-constexpr std::size_t kOutputChunk = 64 * 1024;
 
 // JSON failures carry no call stack: the position in the text, not in the
 // code, is what a caller needs, and the parser's own text is not passed on.
@@ -78,9 +77,14 @@ constexpr std::size_t kOutputChunk = 64 * 1024;
     ThrowAt(site, JsonException() << JsonException::TagParseError("Parse error"));
 }
 
-// An object key is a child name up to its first zero character.
+// An object key is a child name up to its first zero character. Keys are
+// short: a plain loop beats a call into the C library.
 std::string_view KeyOf(std::string_view name) {
-    return name.substr(0, std::min(name.size(), name.find('\0')));
+    std::size_t length = 0;
+    while (length < name.size() && name[length] != '\0') {
+        ++length;
+    }
+    return name.substr(0, length);
 }
 
 std::string_view KeyOf(const Property& node) {
@@ -93,19 +97,43 @@ std::string_view IndexName(std::size_t index, char (&buffer)[24]) {
     return std::string_view(buffer, static_cast<std::size_t>(result.ptr - buffer));
 }
 
+// One bit of 256 for each name seen: a name whose bit is clear is certainly
+// new, so distinct names (nearly always the case) are told apart without
+// comparing them; only a possible repeat needs an exact check.
+class NameFingerprint {
+public:
+    // Returns false when name is certainly new; remembers it either way.
+    bool Add(std::string_view name) {
+        const unsigned bit = Bit(name);
+        std::uint64_t& word = m_bits[bit / 64];
+        const std::uint64_t mask = std::uint64_t{1} << (bit % 64);
+        const bool maybeSeen = (word & mask) != 0;
+        word |= mask;
+        return maybeSeen;
+    }
+
+    bool MaybeSeen(std::string_view name) const {
+        const unsigned bit = Bit(name);
+        return (m_bits[bit / 64] >> (bit % 64) & 1) != 0;
+    }
+
+private:
+    static unsigned Bit(std::string_view name) {
+        std::uint64_t hash = 14695981039346656037ULL;  // FNV-1a
+        for (const char c : name) {
+            hash = (hash ^ static_cast<unsigned char>(c)) * 1099511628211ULL;
+        }
+        return static_cast<unsigned>(hash >> 56);
+    }
+
+    std::uint64_t m_bits[4] = {};
+};
+
 // --- Saving ------------------------------------------------------------------
 
-// Which child's value each member of a container's object holds. Children
-// that share a key all write into the first member with that key, the last
-// one winning, and leave their own members null. Empty when the keys are
-// distinct, which is checked without hashing for the common shapes.
-std::vector<const Property*> PlanMembers(const Property::ChildListType& children) {
-    const std::size_t count = children.size();
-    bool duplicates = false;
-    if (count < 2) {
-        return {};
-    }
-    // Arrays built by Add, or loaded from JSON arrays, are named by position.
+// True when the keys are certainly distinct: arrays named by position, and
+// records whose fingerprints do not collide. False means "maybe not".
+bool KeysAreDistinct(const Property::ChildListType& children) {
     std::size_t index = 0;
     bool positional = true;
     for (const Property& child : children) {
@@ -116,26 +144,30 @@ std::vector<const Property*> PlanMembers(const Property::ChildListType& children
         }
     }
     if (positional) {
-        return {};
+        return true;
     }
-    // Small records: comparing every pair beats hashing.
-    constexpr std::size_t kPairwiseLimit = 16;
-    if (count <= kPairwiseLimit) {
-        std::string_view keys[kPairwiseLimit];
-        std::size_t n = 0;
-        for (const Property& child : children) {
-            keys[n++] = KeyOf(child);
+    NameFingerprint seen;
+    for (const Property& child : children) {
+        if (seen.Add(KeyOf(child))) {
+            return false;
         }
-        for (std::size_t i = 1; i < n && !duplicates; ++i) {
-            duplicates = std::find(keys, keys + i, keys[i]) != keys + i;
-        }
-        if (!duplicates) {
-            return {};
-        }
+    }
+    return true;
+}
+
+// Which child's value each member of a container's object holds. Children
+// that share a key all write into the first member with that key, the last
+// one winning, and leave their own members null. Empty when the keys are
+// distinct, which is checked without hashing for the common shapes.
+std::vector<const Property*> PlanMembers(const Property::ChildListType& children) {
+    const std::size_t count = children.size();
+    if (count < 2 || KeysAreDistinct(children)) {
+        return {};
     }
     std::unordered_map<std::string_view, std::pair<std::size_t, const Property*>> byKey;
     byKey.reserve(count);
-    index = 0;
+    std::size_t index = 0;
+    bool duplicates = false;
     for (const Property& child : children) {
         const auto [it, inserted] = byKey.try_emplace(KeyOf(child), index, &child);
         if (!inserted) {
@@ -204,40 +236,83 @@ std::size_t FormatDoubleSixDigits(double value, char* out) {
     return length;
 }
 
+// A growable text buffer written through a cursor: one capacity check per
+// value rather than one per character.
+class TextBuffer {
+public:
+    // Room for n more characters; returns where they go. Commit the end.
+    char* Reserve(std::size_t n) {
+        if (static_cast<std::size_t>(m_end - m_cursor) < n) {
+            Grow(n);
+        }
+        return m_cursor;
+    }
+    void Commit(char* end) { m_cursor = end; }
+
+    void Append(std::string_view text) {
+        char* out = Reserve(text.size());
+        std::memcpy(out, text.data(), text.size());
+        m_cursor = out + text.size();
+    }
+    void Put(char c) { *Reserve(1) = c, ++m_cursor; }
+
+    std::string_view Text() const {
+        return std::string_view(m_data.get(), static_cast<std::size_t>(m_cursor - m_data.get()));
+    }
+
+private:
+    void Grow(std::size_t needed) {
+        const std::size_t size = static_cast<std::size_t>(m_cursor - m_data.get());
+        const std::size_t capacity = std::max({std::size_t{4096}, 2 * static_cast<std::size_t>(m_end - m_data.get()),
+                                               size + needed});
+        std::unique_ptr<char[]> data(new char[capacity]);
+        if (size > 0) {
+            std::memcpy(data.get(), m_data.get(), size);
+        }
+        m_data = std::move(data);
+        m_cursor = m_data.get() + size;
+        m_end = m_data.get() + capacity;
+    }
+
+    std::unique_ptr<char[]> m_data;
+    char* m_cursor = nullptr;
+    char* m_end = nullptr;
+};
+
 // Compact JSON text, with RapidJSON's escaping: control characters, '"' and
 // '\' are escaped, every other byte is written as it is.
 class JsonTextWriter {
 public:
-    explicit JsonTextWriter(std::string& out) : m_out(out) {}
+    explicit JsonTextWriter(TextBuffer& out) : m_out(out) {}
 
     void Write(const Property& root, bool wrapRoot) {
         if (wrapRoot) {
-            m_out += '{';
+            m_out.Put('{');
             WriteString(KeyOf(root));
-            m_out += ':';
+            m_out.Put(':');
         }
         WriteValue(root);
         while (!m_stack.empty()) {
             MemberCursor& cursor = m_stack.back();
             if (cursor.Done()) {
-                m_out += '}';
+                m_out.Put('}');
                 m_stack.pop_back();
                 continue;
             }
             if (!cursor.First()) {
-                m_out += ',';
+                m_out.Put(',');
             }
             const auto [key, source] = cursor.Next();
             WriteString(key);
-            m_out += ':';
+            m_out.Put(':');
             if (source == nullptr) {
-                m_out += "null";
+                m_out.Append("null");
             } else {
                 WriteValue(*source);  // may push, invalidating cursor
             }
         }
         if (wrapRoot) {
-            m_out += '}';
+            m_out.Put('}');
         }
     }
 
@@ -245,14 +320,16 @@ private:
     void WriteValue(const Property& node) {
         switch (node.GetType()) {
         case TypeBool:
-            m_out += Access::Bool(node) ? "true" : "false";
+            m_out.Append(Access::Bool(node) ? "true" : "false");
             break;
         case TypeDouble:
             WriteDouble(Access::Double(node));
             break;
-        case TypeInt64:
-            WriteInt64(Access::Int64(node));
+        case TypeInt64: {
+            char* out = m_out.Reserve(24);
+            m_out.Commit(std::to_chars(out, out + 24, Access::Int64(node)).ptr);
             break;
+        }
         case TypeString:
             WriteString(Access::String(node));
             break;
@@ -260,46 +337,46 @@ private:
             WriteString(StringFromRatio(Access::RatioValue(node)));
             break;
         case TypeArray:
-            m_out += '{';
+            m_out.Put('{');
             m_stack.emplace_back(node);
             break;
         default:
-            m_out += "null";
+            m_out.Append("null");
         }
     }
 
     void WriteDouble(double value) {
         if (!std::isfinite(value)) {
-            m_out += "null";
+            m_out.Append("null");
             return;
         }
-        char buffer[32];
-        m_out.append(buffer, FormatDoubleSixDigits(value, buffer));
-    }
-
-    void WriteInt64(long long value) {
-        char buffer[24];
-        const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
-        m_out.append(buffer, result.ptr);
+        char* out = m_out.Reserve(32);
+        m_out.Commit(out + FormatDoubleSixDigits(value, out));
     }
 
     void WriteString(std::string_view text) {
         static constexpr char kHex[] = "0123456789ABCDEF";
-        m_out += '"';
-        std::size_t runStart = 0;
-        for (std::size_t i = 0; i < text.size(); ++i) {
-            const unsigned char c = static_cast<unsigned char>(text[i]);
+        // Six characters at most for each byte ("\u001F"), and the quotes.
+        char* out = m_out.Reserve(2 + 6 * text.size());
+        *out++ = '"';
+        for (const char byte : text) {
+            const unsigned char c = static_cast<unsigned char>(byte);
             const char escape = EscapeFor(c);
             if (escape == 0) {
+                *out++ = byte;
                 continue;
             }
-            m_out.append(text.data() + runStart, i - runStart);
-            runStart = i + 1;
-            const char sequence[6] = {'\\', escape, '0', '0', kHex[c >> 4], kHex[c & 0xF]};
-            m_out.append(sequence, escape == 'u' ? 6 : 2);
+            *out++ = '\\';
+            *out++ = escape;
+            if (escape == 'u') {
+                *out++ = '0';
+                *out++ = '0';
+                *out++ = kHex[c >> 4];
+                *out++ = kHex[c & 0xF];
+            }
         }
-        m_out.append(text.data() + runStart, text.size() - runStart);
-        m_out += '"';
+        *out++ = '"';
+        m_out.Commit(out);
     }
 
     static char EscapeFor(unsigned char c) {
@@ -322,7 +399,7 @@ private:
         }
     }
 
-    std::string& m_out;
+    TextBuffer& m_out;
     std::vector<MemberCursor> m_stack;
 };
 
@@ -370,27 +447,32 @@ void AssignString(Property& node, const char* text, std::size_t length) {
 
 // The container a member value or array element is loaded into: the first
 // child of that name reset to an empty container, or a new one at the end.
-// Lookups scan small containers and index large ones, so a container of n
-// members costs O(n), whatever n.
+// A name the fingerprint has not seen (nearly always) is appended without a
+// search; only a possible repeat is looked for, by a scan in small
+// containers and through an index in large ones. A container of n members
+// thus costs O(n).
 class ChildFinder {
 public:
-    explicit ChildFinder(Property& container) : m_container(&container) {}
+    explicit ChildFinder(Property& container) : m_container(&container) {
+        for (const Property& child : Access::Children(container)) {
+            m_seen.Add(child.GetName());
+        }
+    }
 
     Property& Obtain(std::string_view name) {
-        if (Property* existing = Find(name)) {
-            existing->SetArrayType();
-            return *existing;
+        if (m_seen.MaybeSeen(name)) {
+            if (Property* existing = Find(name)) {
+                existing->SetArrayType();
+                return *existing;
+            }
         }
-        Property& child = Access::AppendContainer(*m_container, name);
-        if (m_index) {
-            m_index->emplace(child.GetName(), &child);
-        }
-        return child;
+        return Append(name);
     }
 
     // Appends without looking: for names known to be new.
     Property& Append(std::string_view name) {
         Property& child = Access::AppendContainer(*m_container, name);
+        m_seen.Add(child.GetName());
         if (m_index) {
             m_index->emplace(child.GetName(), &child);
         }
@@ -425,6 +507,7 @@ private:
     }
 
     Property* m_container;
+    NameFingerprint m_seen;
     std::unique_ptr<std::unordered_map<std::string_view, Property*>> m_index;
 };
 
@@ -735,11 +818,10 @@ void JsonTarselStreamOut::Flush() {
 
 void PropertySerializer::Serialize(const Property& property, boost::intrusive_ptr<IDataOutput> output,
                                    bool wrapRoot) {
-    std::string text;
-    JsonTextWriter(text).Write(property, wrapRoot);
-    for (std::size_t offset = 0; offset < text.size(); offset += kOutputChunk) {
-        output->Write(text.data() + offset, std::min(kOutputChunk, text.size() - offset));
-    }
+    TextBuffer buffer;
+    JsonTextWriter(buffer).Write(property, wrapRoot);
+    const std::string_view text = buffer.Text();
+    output->Write(text.data(), text.size());
 }
 
 void PropertySerializer::Save(const Property& property, JsonValue& value, JsonAllocator& allocator) {

@@ -52,9 +52,8 @@ public:
     using JsonValue = rapidjson::GenericValue<rapidjson::UTF8<char>, JsonAllocator>;
 
     // Writes property as JSON to output, wrapped in {name: value} when
-    // wrapRoot is set. The whole text is built before the first byte is
-    // written, so a failure writes nothing; then the bytes reach output in
-    // order, in 64 KiB writes, before the call returns. A non-container
+    // wrapRoot is set. The whole text is built before anything is written,
+    // so a failure writes nothing; then output receives it in one Write. A non-container
     // property without wrapping is written as a bare value. Doubles that are
     // not finite are written as null, since JSON has no text for them.
     static void Serialize(const Property& property, boost::intrusive_ptr<IDataOutput> output, bool wrapRoot);

@@ -32,6 +32,8 @@ std::optional<po::variables_map> ParseArguments(const std::vector<std::string>& 
                                                 int* status);
 
 int RunDemo(const std::vector<std::string>& args);
+int RunShow(const std::vector<std::string>& args);
+int RunGet(const std::vector<std::string>& args);
 int RunModule(const std::vector<std::string>& args);
 
 }  // namespace TarselTool

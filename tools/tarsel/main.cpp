@@ -10,6 +10,8 @@ namespace TarselTool {
 const std::vector<Command>& Commands() {
     static const std::vector<Command> commands = {
         {"demo", "build a small property tree and show what the library does with it", RunDemo},
+        {"show", "load a JSON settings file and print its tree", RunShow},
+        {"get", "print the value at a path of a JSON settings file", RunGet},
         {"module", "load a module by short name or path and look up a symbol in it", RunModule},
     };
     return commands;

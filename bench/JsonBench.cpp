@@ -1,0 +1,312 @@
+// JSON load and save throughput of PropertySerializer against RapidJSON's DOM,
+// nlohmann::json and boost.property_tree, on the same documents in one run.
+// Throughput is the size of the source document over the time, in every
+// column, so the columns compare the same information.
+#include <Core/Interfaces/PropertySerializer.h>
+
+#include <benchmark/benchmark.h>
+#include <boost/property_tree/json_parser.hpp>
+#include <boost/property_tree/ptree.hpp>
+#include <nlohmann/json.hpp>
+#include <rapidjson/document.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+#include <malloc.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <iomanip>
+#include <iostream>
+#include <map>
+#include <random>
+#include <sstream>
+
+using namespace Tarsel;
+using namespace Tarsel::Core;
+
+namespace {
+
+// --- Documents -----------------------------------------------------------------
+
+std::string SettingsDocument() {
+    std::mt19937 random(1);
+    std::ostringstream out;
+    out << "{";
+    for (int g = 0; out.tellp() < 20000; ++g) {
+        out << (g ? "," : "") << "\"group" << g << "\":{"
+            << "\"enabled\":" << (random() % 2 ? "true" : "false") << ",\"frameRate\":29.97"
+            << ",\"frameRateRatio\":\"30000/1001\",\"width\":" << 640 + random() % 3200
+            << ",\"height\":" << 480 + random() % 1700 << ",\"codec\":\"h264\",\"label\":\"Preset number " << g
+            << "\",\"gain\":" << (random() % 1000) / 100.0 << ",\"channels\":[0,1,2,3]"
+            << ",\"advanced\":{\"threads\":" << random() % 16 << ",\"quality\":\"high\",\"latency\":0.25}}";
+    }
+    out << "}";
+    return out.str();
+}
+
+std::string MediaLibraryDocument(int items) {
+    std::mt19937 random(2);
+    std::ostringstream out;
+    out << "[";
+    for (int i = 0; i < items; ++i) {
+        out << (i ? "," : "") << "{\"id\":" << 100000 + i << ",\"title\":\"Holiday clip number " << i << "\""
+            << ",\"path\":\"/media/library/" << 2000 + i % 25 << "/clip_" << i << ".mov\""
+            << ",\"duration\":" << (random() % 10000000) / 1000.0 << ",\"frameRate\":29.97"
+            << ",\"frameRateRatio\":\"30000/1001\",\"width\":1920,\"height\":1080"
+            << ",\"codec\":{\"name\":\"h264\",\"profile\":\"high\",\"level\":" << 30 + random() % 22 << "}"
+            << ",\"tags\":[" << random() % 50 << "," << random() % 50 << "," << random() % 50 << "]"
+            << ",\"rating\":" << random() % 6 << ",\"favorite\":" << (random() % 4 ? "false" : "true") << "}";
+    }
+    out << "]";
+    return out.str();
+}
+
+std::string FlatArrayDocument(int items) {
+    std::string text = "[";
+    for (int i = 0; i < items; ++i) {
+        text += (i ? ",{\"id\":" : "{\"id\":") + std::to_string(i) + ",\"value\":" + std::to_string(i % 1000) +
+                ".5,\"name\":\"item" + std::to_string(i) + "\"}";
+    }
+    return text + "]";
+}
+
+// The documents by name, each generated on first use.
+const std::vector<std::pair<std::string, std::string (*)()>>& DocumentMakers() {
+    static const std::vector<std::pair<std::string, std::string (*)()>> makers = {
+        {"settings_20KB", SettingsDocument},
+        {"media_8MB", [] { return MediaLibraryDocument(40000); }},
+        {"flat_10k", [] { return FlatArrayDocument(10000); }},
+        {"flat_100k", [] { return FlatArrayDocument(100000); }},
+        {"flat_1M", [] { return FlatArrayDocument(1000000); }},
+    };
+    return makers;
+}
+
+const std::string& Document(const std::string& name) {
+    static std::map<std::string, std::string> cache;
+    auto found = cache.find(name);
+    if (found == cache.end()) {
+        for (const auto& [makerName, make] : DocumentMakers()) {
+            if (makerName == name) {
+                found = cache.emplace(name, make()).first;
+            }
+        }
+    }
+    return found->second;
+}
+
+// A client's input over a shared buffer: no copy per read beyond the one the
+// serializer makes.
+class BufferInput : public RefCounted<IDataInput> {
+public:
+    explicit BufferInput(const std::string& text) : m_text(text) {}
+    std::size_t GetSize() const override { return m_text.size() - m_position; }
+    std::size_t Read(void* data, std::size_t size) override {
+        const std::size_t count = std::min(size, GetSize());
+        std::memcpy(data, m_text.data() + m_position, count);
+        m_position += count;
+        return count;
+    }
+
+private:
+    const std::string& m_text;
+    std::size_t m_position = 0;
+};
+
+// --- Benchmarks ------------------------------------------------------------------
+
+void SetBytes(benchmark::State& state, const std::string& document) {
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * document.size()));
+}
+
+void TarselLoad(benchmark::State& state, const std::string* name) {
+    const std::string& document = Document(*name);
+    for (auto _ : state) {
+        Property tree("root");
+        PropertySerializer::Deserialize(tree, new BufferInput(document), false);
+        benchmark::DoNotOptimize(&tree);
+    }
+    SetBytes(state, document);
+}
+
+void TarselSave(benchmark::State& state, const std::string* name) {
+    const std::string& document = Document(*name);
+    Property tree("root");
+    PropertySerializer::Deserialize(tree, new BufferInput(document), false);
+    for (auto _ : state) {
+        const auto out = MemoryDataOutput::Create();
+        PropertySerializer::Serialize(tree, out, false);
+        benchmark::DoNotOptimize(out->GetData().data());
+    }
+    SetBytes(state, document);
+}
+
+void RapidJsonLoad(benchmark::State& state, const std::string* name) {
+    const std::string& document = Document(*name);
+    for (auto _ : state) {
+        rapidjson::Document dom;
+        dom.Parse(document.c_str(), document.size());
+        benchmark::DoNotOptimize(&dom);
+    }
+    SetBytes(state, document);
+}
+
+void RapidJsonSave(benchmark::State& state, const std::string* name) {
+    const std::string& document = Document(*name);
+    rapidjson::Document dom;
+    dom.Parse(document.c_str(), document.size());
+    for (auto _ : state) {
+        rapidjson::StringBuffer buffer;
+        rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+        dom.Accept(writer);
+        benchmark::DoNotOptimize(buffer.GetString());
+    }
+    SetBytes(state, document);
+}
+
+void NlohmannLoad(benchmark::State& state, const std::string* name) {
+    const std::string& document = Document(*name);
+    for (auto _ : state) {
+        nlohmann::json dom = nlohmann::json::parse(document);
+        benchmark::DoNotOptimize(&dom);
+    }
+    SetBytes(state, document);
+}
+
+void NlohmannSave(benchmark::State& state, const std::string* name) {
+    const std::string& document = Document(*name);
+    const nlohmann::json dom = nlohmann::json::parse(document);
+    for (auto _ : state) {
+        const std::string text = dom.dump();
+        benchmark::DoNotOptimize(text.data());
+    }
+    SetBytes(state, document);
+}
+
+void PropertyTreeLoad(benchmark::State& state, const std::string* name) {
+    const std::string& document = Document(*name);
+    for (auto _ : state) {
+        std::istringstream in(document);
+        boost::property_tree::ptree tree;
+        boost::property_tree::read_json(in, tree);
+        benchmark::DoNotOptimize(&tree);
+    }
+    SetBytes(state, document);
+}
+
+void PropertyTreeSave(benchmark::State& state, const std::string* name) {
+    const std::string& document = Document(*name);
+    std::istringstream in(document);
+    boost::property_tree::ptree tree;
+    boost::property_tree::read_json(in, tree);
+    for (auto _ : state) {
+        std::ostringstream out;
+        boost::property_tree::write_json(out, tree, false);
+        benchmark::DoNotOptimize(out.tellp());
+    }
+    SetBytes(state, document);
+}
+
+const char* const kLibraries[] = {"tarsel", "rapidjson", "nlohmann", "ptree"};
+
+void RegisterAll() {
+    using Function = void (*)(benchmark::State&, const std::string*);
+    const std::pair<const char*, Function> loads[] = {
+        {"tarsel", TarselLoad}, {"rapidjson", RapidJsonLoad}, {"nlohmann", NlohmannLoad}, {"ptree", PropertyTreeLoad}};
+    const std::pair<const char*, Function> saves[] = {
+        {"tarsel", TarselSave}, {"rapidjson", RapidJsonSave}, {"nlohmann", NlohmannSave}, {"ptree", PropertyTreeSave}};
+    for (const auto& [name, make] : DocumentMakers()) {
+        for (const auto& [library, function] : loads) {
+            benchmark::RegisterBenchmark(("load/" + name + "/" + library).c_str(), function, &name)
+                ->Unit(benchmark::kMillisecond)
+                ->MinTime(1.0)
+                ->MinWarmUpTime(0.5);
+        }
+        for (const auto& [library, function] : saves) {
+            benchmark::RegisterBenchmark(("save/" + name + "/" + library).c_str(), function, &name)
+                ->Unit(benchmark::kMillisecond)
+                ->MinTime(1.0)
+                ->MinWarmUpTime(0.5);
+        }
+    }
+}
+
+// Prints the usual console output and keeps each benchmark's throughput
+// (the median when repeated) for the summary table.
+class CollectingReporter : public benchmark::ConsoleReporter {
+public:
+    void ReportRuns(const std::vector<Run>& runs) override {
+        ConsoleReporter::ReportRuns(runs);
+        for (const Run& run : runs) {
+            const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
+            if (run.run_type == Run::RT_Iteration || median) {
+                const auto bytes = run.counters.find("bytes_per_second");
+                if (bytes != run.counters.end()) {
+                    m_megabytesPerSecond[run.run_name.function_name] = bytes->second.value / 1e6;
+                }
+            }
+        }
+    }
+
+    void PrintSummary(std::ostream& out) const {
+        out << "\nMB/s of the source document (ratio: tarsel / peer)\n"
+            << std::left << std::setw(22) << "operation/document" << std::right;
+        for (const char* library : kLibraries) {
+            out << std::setw(11) << library;
+        }
+        out << std::setw(14) << "vs rapidjson" << std::setw(13) << "vs nlohmann" << std::setw(10) << "vs ptree\n";
+        for (const char* operation : {"load", "save"}) {
+            for (const auto& [name, make] : DocumentMakers()) {
+                const std::string row = std::string(operation) + "/" + name;
+                out << std::left << std::setw(22) << row << std::right << std::fixed << std::setprecision(1);
+                for (const char* library : kLibraries) {
+                    out << std::setw(11) << Value(row, library);
+                }
+                const double ours = Value(row, "tarsel");
+                out << std::setprecision(2) << std::setw(13) << ours / Value(row, "rapidjson") << "x"
+                    << std::setw(12) << ours / Value(row, "nlohmann") << "x" << std::setw(9)
+                    << ours / Value(row, "ptree") << "x\n";
+            }
+        }
+    }
+
+private:
+    double Value(const std::string& row, const char* library) const {
+        const auto found = m_megabytesPerSecond.find(row + "/" + library);
+        return found == m_megabytesPerSecond.end() ? 0.0 : found->second;
+    }
+
+    std::map<std::string, double> m_megabytesPerSecond;
+};
+
+}  // namespace
+
+// Virtual machines can charge a lot for memory touched for the first time
+// (11 us a page on the machines we measure on, 50 to 100 times bare metal),
+// and glibc hands freed memory back to the system after every iteration, so
+// each iteration would fault its whole tree in again and the figures would
+// measure the hypervisor. This keeps freed memory in the process, as in an
+// application that loads documents repeatedly, for every library alike.
+// TARSEL_BENCH_SYSTEM_MALLOC=1 measures with glibc's defaults instead.
+void KeepFreedMemory() {
+    const char* system = std::getenv("TARSEL_BENCH_SYSTEM_MALLOC");
+    if (system != nullptr && std::string(system) == "1") {
+        return;
+    }
+    mallopt(M_TRIM_THRESHOLD, INT32_MAX);
+    mallopt(M_TOP_PAD, 64 << 20);
+    mallopt(M_MMAP_MAX, 0);
+}
+
+int main(int argc, char** argv) {
+    KeepFreedMemory();
+    RegisterAll();
+    benchmark::Initialize(&argc, argv);
+    CollectingReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    reporter.PrintSummary(std::cout);
+    benchmark::Shutdown();
+    return 0;
+}
