@@ -2,6 +2,7 @@
 #pragma once
 
 #include <Core/Interfaces/DataStream.h>
+#include <Core/Interfaces/Encoding.h>
 #include <Core/Interfaces/Exceptions.h>
 #include <Core/Interfaces/Path.h>
 #include <Core/Interfaces/Property.h>
