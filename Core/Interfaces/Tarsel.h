@@ -4,6 +4,7 @@
 #include <Core/Interfaces/DataStream.h>
 #include <Core/Interfaces/Encoding.h>
 #include <Core/Interfaces/Exceptions.h>
+#include <Core/Interfaces/FileUtils.h>
 #include <Core/Interfaces/Path.h>
 #include <Core/Interfaces/Property.h>
 #include <Core/Interfaces/PropertyTypes.h>
