@@ -32,5 +32,7 @@ std::optional<po::variables_map> ParseArguments(const std::vector<std::string>& 
                                                 int* status);
 
 int RunDemo(const std::vector<std::string>& args);
+int RunFreeName(const std::vector<std::string>& args);
+int RunGroup(const std::vector<std::string>& args);
 
 }  // namespace TarselTool

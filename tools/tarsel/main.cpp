@@ -10,6 +10,8 @@ namespace TarselTool {
 const std::vector<Command>& Commands() {
     static const std::vector<Command> commands = {
         {"demo", "build a small property tree and show what the library does with it", RunDemo},
+        {"freename", "find a free file name for an output file", RunFreeName},
+        {"group", "group files by the folder that holds them", RunGroup},
     };
     return commands;
 }
