@@ -2,7 +2,9 @@
 #pragma once
 
 #include <Core/Interfaces/DataStream.h>
+#include <Core/Interfaces/Encoding.h>
 #include <Core/Interfaces/Exceptions.h>
+#include <Core/Interfaces/FileUtils.h>
 #include <Core/Interfaces/Path.h>
 #include <Core/Interfaces/Property.h>
 #include <Core/Interfaces/PropertySerializer.h>

@@ -35,5 +35,7 @@ int RunDemo(const std::vector<std::string>& args);
 int RunShow(const std::vector<std::string>& args);
 int RunGet(const std::vector<std::string>& args);
 int RunModule(const std::vector<std::string>& args);
+int RunFreeName(const std::vector<std::string>& args);
+int RunGroup(const std::vector<std::string>& args);
 
 }  // namespace TarselTool

@@ -13,6 +13,8 @@ const std::vector<Command>& Commands() {
         {"show", "load a JSON settings file and print its tree", RunShow},
         {"get", "print the value at a path of a JSON settings file", RunGet},
         {"module", "load a module by short name or path and look up a symbol in it", RunModule},
+        {"freename", "find a free file name for an output file", RunFreeName},
+        {"group", "group files by the folder that holds them", RunGroup},
     };
     return commands;
 }

@@ -1,0 +1,171 @@
+#include <Core/Interfaces/FileUtils.h>
+
+#include <boost/filesystem.hpp>
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+using namespace Tarsel;
+using namespace Tarsel::Core;
+namespace fs = boost::filesystem;
+
+namespace {
+
+// Every test works in a fresh folder of its own, removed afterwards.
+class FileUtilsTest : public testing::Test {
+protected:
+    void SetUp() override { fs::create_directory(m_dir); }
+    void TearDown() override { fs::remove_all(m_dir); }
+
+    ioPath At(const std::string& relative) const { return m_dir.string() + "/" + relative; }
+    void Touch(const std::string& relative) const { fs::ofstream(At(relative)) << "x"; }
+
+    const fs::path m_dir = fs::temp_directory_path() / fs::unique_path("tarsel-files-%%%%-%%%%-%%%%");
+};
+
+}  // namespace
+
+TEST_F(FileUtilsTest, ExistenceFollowsLinksAndCountsDirectories) {
+    Touch("file");
+    fs::create_symlink(At("nowhere"), At("dangling"));
+    EXPECT_TRUE(FileExists(At("file")));
+    EXPECT_TRUE(FileExists(At("")));
+    EXPECT_FALSE(FileExists(At("missing/below")));
+    EXPECT_FALSE(FileExists(At("dangling")));
+    // A failure other than "not found" is no answer: here, a name too long.
+    EXPECT_THROW(FileExists(At(std::string(300, 'n'))), fs::filesystem_error);
+}
+
+TEST_F(FileUtilsTest, RemovalTouchesOnlyTheRightType) {
+    Touch("file");
+    fs::create_directories(At("tree/sub"));
+    EXPECT_FALSE(RemoveFile(At("tree")));
+    EXPECT_FALSE(RemoveFile(At("missing")));
+    EXPECT_FALSE(RemoveDir(At("file")));
+    EXPECT_FALSE(RemoveDir(At("missing")));
+    EXPECT_TRUE(RemoveDir(At("tree")));
+    EXPECT_TRUE(RemoveFile(At("file")));
+    EXPECT_TRUE(fs::is_empty(m_dir));
+}
+
+TEST_F(FileUtilsTest, CopyDirNeverOverwritesAndJoinsSubfoldersWholePath) {
+    fs::create_directories(At("src/sub"));
+    Touch("src/a");
+    Touch("src/sub/f");
+    EXPECT_FALSE(CopyDir(At("missing"), At("target")));
+    EXPECT_FALSE(fs::exists(At("target")));
+    EXPECT_THROW(CopyDir(At("src"), At("target")), fs::filesystem_error);  // "target/<src>/sub" has no parent
+    // With the source's own folders prepared under target, the copy goes through.
+    fs::remove_all(At("target"));
+    const std::string nested = At("target").utf8string() + At("src").utf8string();
+    fs::create_directories(nested);
+    EXPECT_TRUE(CopyDir(At("src"), At("target")));
+    EXPECT_TRUE(fs::is_regular_file(At("target/a")));
+    EXPECT_TRUE(fs::is_regular_file(nested + "/sub/f"));
+    EXPECT_THROW(CopyDir(At("src"), At("target")), fs::filesystem_error);  // the files exist now
+}
+
+TEST(CheckValidFilename, JudgesLengthAndTheLastElement) {
+    EXPECT_TRUE(CheckValidFilename("a/b.txt"));
+    EXPECT_TRUE(CheckValidFilename(" x/y"));
+    EXPECT_TRUE(CheckValidFilename("dir/"));  // its file name is "."
+    EXPECT_FALSE(CheckValidFilename("dir/ x"));
+    EXPECT_FALSE(CheckValidFilename(""));
+    EXPECT_TRUE(CheckValidFilename("d/" + std::string(1022, 'a')));
+    EXPECT_FALSE(CheckValidFilename("d/" + std::string(1023, 'a')));  // 1025 bytes
+}
+
+TEST_F(FileUtilsTest, UpdateFilePathIfExistNumbersTakenNames) {
+    const struct {
+        std::vector<std::string> onDisk, reserved;
+        std::string proposed;
+        bool numberOnly;
+        std::string extension, expected;
+    } cases[] = {
+        {{}, {}, "report", false, "txt", "report.txt"},
+        {{"report.txt"}, {}, "report", false, "txt", "report (1).txt"},
+        {{"report.txt", "report (1).txt"}, {}, "report", false, ".txt", "report (2).txt"},
+        {{}, {"report.txt"}, "report", false, "txt", "report (1).txt"},  // the forced pass
+        {{}, {"/report.txt", "report (1).txt"}, "report", false, "txt", "report (2).txt"},
+        {{"report.txt"}, {"report (1).txt"}, "report", false, "txt", "report (2).txt"},
+        {{}, {"other.txt"}, "report.old", false, "", "report"},
+        {{"(1).mp4"}, {}, "", true, "mp4", "(1) (1).mp4"},
+        {{}, {}, "", false, "mp4", "(1).mp4"},                  // a folder ending in "/": no stem
+        {{"name.txt"}, {}, " name", false, "txt", "name.txt"},  // stripped, not tested again
+        {{}, {}, "   ", false, "txt", ".txt"},
+    };
+    for (const auto& c : cases) {
+        fs::remove_all(m_dir);
+        fs::create_directory(m_dir);
+        std::set<ioPath> reserved;
+        for (const auto& name : c.onDisk) {
+            Touch(name);
+        }
+        for (const auto& name : c.reserved) {
+            reserved.insert(At(name));
+        }
+        ioPath path = At(c.proposed);
+        UpdateFilePathIfExist(&reserved, c.numberOnly, c.extension, &path);
+        EXPECT_EQ(path.utf8string(), At(c.expected).utf8string()) << "proposed '" << c.proposed << "'";
+    }
+}
+
+TEST_F(FileUtilsTest, UpdateFilePathIfExistCutsALongNameBeforeItsNumber) {
+    // In a missing folder, a name too long for the disk still reads "not found".
+    const ioPath proposed = At("missing/" + std::string(1100, 'x') + "b");
+    const std::string endings[] = {"x.txt",     "x (1).txt", "x (2).txt", "x (3).txt", "x (4).txt",
+                                   "x (5).txt", "x (6).txt", "x (7).txt", "x (8).txt",
+                                   "xb (9).txt"};  // counter 10: the cut moves one further left
+    std::set<ioPath> reserved;
+    for (const std::string& ending : endings) {
+        ioPath path = proposed;
+        UpdateFilePathIfExist(&reserved, false, "txt", &path);
+        const std::string text = path.utf8string();
+        EXPECT_EQ(text.size(), 1024u);
+        EXPECT_EQ(text.substr(text.size() - ending.size()), ending);
+        reserved.insert(path);
+    }
+}
+
+TEST_F(FileUtilsTest, UpdateFilePathIfExistThrowsForANameThatCannotBeCut) {
+    const auto expectEraseOutOfRange = [](ioPath path) {
+        try {
+            UpdateFilePathIfExist(nullptr, false, "", &path);
+            ADD_FAILURE() << "no throw, got " << path.utf8string().substr(0, 60);
+        } catch (const std::out_of_range& e) {
+            EXPECT_EQ(std::string(e.what()).rfind("basic_string::erase", 0), 0u) << e.what();
+        }
+    };
+    expectEraseOutOfRange(At("   "));
+    std::string deep = At("missing").utf8string();  // no name fits beside a folder of 1024 bytes and more
+    for (int i = 0; i < 5; ++i) {
+        deep += "/" + std::string(230, 'd');
+    }
+    expectEraseOutOfRange(deep + "/" + std::string(1100, 'n'));
+}
+
+TEST_F(FileUtilsTest, UpdateFilePathIfExistLeavesTheExtensionOnAStatusFailure) {
+    ioPath path = At(std::string(300, 'n'));
+    EXPECT_THROW(UpdateFilePathIfExist(nullptr, false, "txt", &path), fs::filesystem_error);
+    EXPECT_EQ(path.utf8string(), At(std::string(300, 'n') + ".txt").utf8string());
+    UpdateFilePathIfExist(nullptr, false, "txt", nullptr);
+}
+
+TEST(MakeDirectoryToFileListMap, GroupsInFirstSeenOrderWithoutDuplicates) {
+    std::vector<std::pair<std::string, std::vector<std::string>>> groups;
+    for (const auto& [folder, files] : MakeDirectoryToFileListMap(
+             {"/b/y.txt", "/a/x.txt", "x.txt", "/b/y.txt", "/a//z.txt", "/a/", "/a/z.txt", "/A/x.txt"})) {
+        groups.push_back({folder.utf8string(), {}});
+        for (const ioPath& file : files) {
+            groups.back().second.push_back(file.utf8string());
+        }
+    }
+    const decltype(groups) expected = {
+        {"", {"x.txt"}},
+        {"/A", {"/A/x.txt"}},
+        {"/a", {"/a/x.txt", "/a//z.txt", "/a/"}},  // "/a/z.txt" is the same file as "/a//z.txt"
+        {"/b", {"/b/y.txt"}},
+    };
+    EXPECT_EQ(groups, expected);
+    EXPECT_TRUE(MakeDirectoryToFileListMap({}).empty());
+}
