@@ -8,3 +8,6 @@
 #include <Core/Interfaces/PropertyTypes.h>
 #include <Core/Interfaces/RefCount.h>
 #include <Core/Interfaces/StackTrace.h>
+#include <Core/Interfaces/Digest.h>
+#include <Core/Interfaces/Statistics.h>
+#include <Core/Interfaces/Timing.h>
