@@ -32,5 +32,8 @@ std::optional<po::variables_map> ParseArguments(const std::vector<std::string>& 
                                                 int* status);
 
 int RunDemo(const std::vector<std::string>& args);
+int RunMd5(const std::vector<std::string>& args);
+int RunUuid(const std::vector<std::string>& args);
+int RunRatio(const std::vector<std::string>& args);
 
 }  // namespace TarselTool

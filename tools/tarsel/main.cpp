@@ -10,6 +10,9 @@ namespace TarselTool {
 const std::vector<Command>& Commands() {
     static const std::vector<Command> commands = {
         {"demo", "build a small property tree and show what the library does with it", RunDemo},
+        {"md5", "print the MD5 digest of a file, or of its part before a marker", RunMd5},
+        {"uuid", "print new random identifiers", RunUuid},
+        {"ratio", "approximate a number by a fraction with a bounded denominator", RunRatio},
     };
     return commands;
 }
