@@ -3,6 +3,7 @@
 #include <Core/Interfaces/Digest.h>
 
 #include <Core/Interfaces/Exceptions.h>
+#include <Core/Interfaces/PlatformMemory.h>
 
 #include <boost/random/mersenne_twister.hpp>
 #include <boost/uuid/random_generator.hpp>
@@ -29,7 +30,8 @@ struct FreeDeleter {
 using ByteBuffer = std::unique_ptr<unsigned char[], FreeDeleter>;
 
 // calloc rather than a vector: large blocks come from the system already
-// zeroed, so the buffer is written once, by the source, and not twice.
+// zeroed and untouched, so the buffer is written once, by the source, and the
+// large-page hint still reaches memory that has not been faulted in.
 ByteBuffer AllocateZeroed(std::size_t size) {
     // Sizes no allocation can satisfy are refused before the allocator sees
     // them: some allocators (a sanitizer's among them) abort on such requests
@@ -41,6 +43,7 @@ ByteBuffer AllocateZeroed(std::size_t size) {
     if (!buffer) {
         throw std::bad_alloc();
     }
+    Platform::AdviseLargeBlock(buffer.get(), size);
     return buffer;
 }
 
