@@ -1,9 +1,10 @@
 #include <Core/Interfaces/Digest.h>
 
+#include <boost/algorithm/hex.hpp>
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <cstdio>
+#include <iterator>
 #include <new>
 #include <regex>
 #include <set>
@@ -15,11 +16,7 @@ namespace {
 
 std::string Hex(const std::vector<unsigned char>& bytes) {
     std::string text;
-    char pair[3];
-    for (unsigned char byte : bytes) {
-        std::snprintf(pair, sizeof pair, "%02x", byte);
-        text += pair;
-    }
+    boost::algorithm::hex_lower(bytes.begin(), bytes.end(), std::back_inserter(text));
     return text;
 }
 

@@ -4,8 +4,10 @@
 
 #include <Core/Interfaces/Tarsel.h>
 
-#include <cstdio>
+#include <boost/algorithm/hex.hpp>
+
 #include <iostream>
+#include <iterator>
 #include <stdexcept>
 
 namespace TarselTool {
@@ -17,11 +19,7 @@ namespace {
 
 std::string HexFromBytes(const std::vector<unsigned char>& bytes) {
     std::string text;
-    char pair[3];
-    for (unsigned char byte : bytes) {
-        std::snprintf(pair, sizeof pair, "%02x", byte);
-        text += pair;
-    }
+    boost::algorithm::hex_lower(bytes.begin(), bytes.end(), std::back_inserter(text));
     return text;
 }
 
