@@ -35,7 +35,9 @@ public:
 // a single colon cuts too: "A:B" gives "". Never throws but std::bad_alloc.
 std::string ExtractClassName(const std::string& name);
 
-// A new empty container with the empty name.
+// A new empty container with the empty name. These builders add no checks of
+// their own; of the Property operations they call only std::bad_alloc can
+// escape.
 Property GetRootItem();
 
 // The record of a component that collects no statistics: a root holding one

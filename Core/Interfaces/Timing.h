@@ -13,7 +13,7 @@ namespace Tarsel::Core {
 // Measures its own lifetime on the monotonic clock and adds it, in whole
 // microseconds, to the caller's counter when destroyed; the counter is never
 // reset, so timers one after another sum into it. Belongs to one thread: the
-// counter is updated without synchronisation.
+// counter is updated without synchronisation. Never throws.
 class TimerSimple {
 public:
     explicit TimerSimple(long long& accumulator);
@@ -78,7 +78,8 @@ public:
 // never asks to stop. Its count is atomic; it holds no other state.
 class ProgressControllerStub : public RefCounted<IProgressController> {
 public:
-    // A new stub held by the returned pointer alone (count 1).
+    // A new stub held by the returned pointer alone (count 1); throws
+    // std::bad_alloc only. The operations below never throw.
     static boost::intrusive_ptr<IProgressController> Create();
 
     void Notify(NotifyEvent event) override;
