@@ -31,8 +31,7 @@ public:
     std::size_t GetSize() const override { return m_size; }
     std::size_t Read(void* data, std::size_t /*size*/) override {
         ++reads;
-        m_delivered.copy(static_cast<char*>(data), m_delivered.size());
-        return m_delivered.size();
+        return m_delivered.copy(static_cast<char*>(data), m_delivered.size());
     }
     int reads = 0;
 
@@ -44,7 +43,7 @@ private:
 }  // namespace
 
 TEST(MD5Generate, MatchesTheRfc1321TestSuite) {
-    // Test vectors from RFC 1321, appendix A.5.
+    // Test vectors from RFC 1321, appendix A.5 (read with the empty marker).
     const struct {
         const char* input;
         const char* digest;
@@ -69,7 +68,6 @@ TEST(MD5Generate, StopsBeforeTheLeftmostMarker) {
     } cases[] = {
         {"abcXYZdef", "XYZ", "900150983cd24fb0d6963f7d28e17f72"},          // abc
         {"abcXYZdef", "QQ", "ac9b234a3247929827cfcbc3098308bf"},           // absent: all nine bytes
-        {"abcXYZdef", "", "ac9b234a3247929827cfcbc3098308bf"},             // empty: all nine bytes
         {"abcXYZdef", "abc", "d41d8cd98f00b204e9800998ecf8427e"},          // at the start: empty input
         {"aXbXc", "X", "0cc175b9c0f1b6a831c399e269772661"},                // a, the first of two
         {"aaab", "aab", "0cc175b9c0f1b6a831c399e269772661"},               // a, after a false start
@@ -95,13 +93,10 @@ TEST(MD5Generate, ShortReadLeavesZeroBytes) {
     EXPECT_EQ(source->reads, 1);
 }
 
-TEST(MD5Generate, UnbufferableSizeIsBadAlloc) {
+TEST(MD5Generate, UnbufferableSizeIsBadAllocWithoutARead) {
     const boost::intrusive_ptr<ShortSource> source(new ShortSource(SIZE_MAX, ""));
     EXPECT_THROW(MD5Generate(source, ""), std::bad_alloc);
     EXPECT_EQ(source->reads, 0);
-}
-
-TEST(MD5Generate, NullInputIsInvalidArgument) {
     EXPECT_THROW(MD5Generate(nullptr, ""), std::invalid_argument);
 }
 

