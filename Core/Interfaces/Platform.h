@@ -4,6 +4,8 @@
 // Not installed; do not include it outside Core/Interfaces.
 #pragma once
 
+#include <cstddef>
+
 namespace Tarsel {
 namespace Core {
 namespace Platform {
@@ -18,6 +20,11 @@ extern const char kLocalLibFolder[];
 void* PushAutoreleasePool();
 // Drains and ends the pool PushAutoreleasePool returned, on the same thread.
 void PopAutoreleasePool(void* pool) noexcept;
+
+// Hints that the fresh, not yet touched block [data, data + size) is about to
+// be written whole, so that the system may back it with large pages and take
+// far fewer page faults. A refused hint changes nothing but speed.
+void AdviseLargeBlock(void* data, std::size_t size) noexcept;
 
 }  // namespace Platform
 }  // namespace Core

@@ -11,6 +11,8 @@
 //   reaches the sink unless the whole text could be built.
 #include <Core/Interfaces/PropertySerializer.h>
 
+#include <Core/Interfaces/WholeInput.h>
+
 #include <rapidjson/document.h>
 #include <rapidjson/reader.h>
 
@@ -18,12 +20,10 @@
 #include <charconv>
 #include <cmath>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <limits>
 #include <memory>
-#include <new>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
@@ -769,24 +769,6 @@ void LoadDocument(Property& target, Parse parse, const ThrowSite& parseErrorSite
     ApplyItems(target, fresh, builder);
 }
 
-// The whole input in one zero-terminated buffer: GetSize, then one Read.
-// Bytes the input does not deliver stay zero, so a short read reads as a
-// shorter text.
-std::unique_ptr<char, void (*)(void*)> ReadWhole(IDataInput& input) {
-    const std::size_t size = input.GetSize();
-    if (size == std::numeric_limits<std::size_t>::max()) {
-        throw std::bad_alloc();  // no room for the terminator
-    }
-    // calloc: large buffers come zeroed from the system at no cost.
-    std::unique_ptr<char, void (*)(void*)> buffer(static_cast<char*>(std::calloc(size + 1, 1)), std::free);
-    if (!buffer) {
-        throw std::bad_alloc();
-    }
-    input.Read(buffer.get(), size);
-    buffer.get()[size] = '\0';
-    return buffer;
-}
-
 void LoadScalar(Property& target, const JsonValue& value) {
     if (value.IsBool()) {
         target = value.GetBool();
@@ -856,12 +838,13 @@ void PropertySerializer::Save(const Property& property, JsonValue& value, JsonAl
 }
 
 void PropertySerializer::Deserialize(Property& property, boost::intrusive_ptr<IDataInput> input, bool wrapRoot) {
-    const auto text = ReadWhole(*input);
+    // Zero-terminated: the text ends at the first zero byte.
+    const WholeInput text = ReadWholeInput(*input, 1);
     LoadDocument(
         property,
         [&](TreeBuilder& builder) {
             rapidjson::Reader reader;
-            rapidjson::InsituStringStream stream(text.get());
+            rapidjson::InsituStringStream stream(text.bytes.get());
             return !reader.Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseInsituFlag>(stream, builder).IsError();
         },
         TARSEL_THROW_SITE(kDeserializeFunction));

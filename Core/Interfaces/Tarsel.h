@@ -13,3 +13,6 @@
 #include <Core/Interfaces/StackTrace.h>
 #include <Core/Interfaces/DyLib.h>
 #include <Core/Interfaces/PlatformHooks.h>
+#include <Core/Interfaces/Digest.h>
+#include <Core/Interfaces/Statistics.h>
+#include <Core/Interfaces/Timing.h>

@@ -37,5 +37,8 @@ int RunGet(const std::vector<std::string>& args);
 int RunModule(const std::vector<std::string>& args);
 int RunFreeName(const std::vector<std::string>& args);
 int RunGroup(const std::vector<std::string>& args);
+int RunMd5(const std::vector<std::string>& args);
+int RunUuid(const std::vector<std::string>& args);
+int RunRatio(const std::vector<std::string>& args);
 
 }  // namespace TarselTool

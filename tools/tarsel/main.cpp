@@ -15,6 +15,9 @@ const std::vector<Command>& Commands() {
         {"module", "load a module by short name or path and look up a symbol in it", RunModule},
         {"freename", "find a free file name for an output file", RunFreeName},
         {"group", "group files by the folder that holds them", RunGroup},
+        {"md5", "print the MD5 digest of a file, or of its part before a marker", RunMd5},
+        {"uuid", "print new random identifiers", RunUuid},
+        {"ratio", "approximate a number by a fraction with a bounded denominator", RunRatio},
     };
     return commands;
 }

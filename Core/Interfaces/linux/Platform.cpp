@@ -1,6 +1,11 @@
 // Linux: modules are ELF shared objects, and the application's own modules
-// sit beside this library. There is no Objective-C runtime, so no pool.
+// sit beside this library. There is no Objective-C runtime, so no pool;
+// large buffers may ask for transparent huge pages.
 #include <Core/Interfaces/Platform.h>
+
+#include <cstdint>
+
+#include <sys/mman.h>
 
 namespace Tarsel {
 namespace Core {
@@ -20,6 +25,19 @@ void* PushAutoreleasePool() {
 }
 
 void PopAutoreleasePool(void*) noexcept {}
+
+void AdviseLargeBlock(void* data, std::size_t size) noexcept {
+    constexpr std::uintptr_t kHugePageSize = std::uintptr_t{2} << 20;
+    // Only the whole huge pages inside the block: the pages at its edges may
+    // hold other allocations.
+    const auto begin = reinterpret_cast<std::uintptr_t>(data);
+    const std::uintptr_t first = (begin + kHugePageSize - 1) & ~(kHugePageSize - 1);
+    const std::uintptr_t last = (begin + size) & ~(kHugePageSize - 1);
+    if (first < last) {
+        // Refused by kernels without transparent huge pages; only speed is lost.
+        (void)madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE);
+    }
+}
 
 }  // namespace Platform
 }  // namespace Core

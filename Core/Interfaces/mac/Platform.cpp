@@ -28,6 +28,10 @@ void* PushAutoreleasePool() {
     return Send(Send(reinterpret_cast<id>(objc_getClass("NSAutoreleasePool")), "alloc"), "init");
 }
 
+void AdviseLargeBlock(void*, std::size_t) noexcept {
+    // The system's allocator manages its own large blocks: nothing to ask.
+}
+
 void PopAutoreleasePool(void* pool) noexcept {
     // release drains the pool: every object autoreleased in its scope.
     reinterpret_cast<void (*)(id, SEL)>(objc_msgSend)(static_cast<id>(pool), sel_registerName("release"));

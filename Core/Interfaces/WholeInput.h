@@ -1,0 +1,29 @@
+// Private to the library, not installed: reading a byte source whole, as the
+// JSON reader and the digest do.
+#pragma once
+
+#include <Core/Interfaces/DataStream.h>
+
+#include <cstddef>
+#include <cstdlib>
+#include <memory>
+
+namespace Tarsel::Core {
+
+struct FreeBytes {
+    void operator()(char* bytes) const noexcept { std::free(bytes); }
+};
+
+struct WholeInput {
+    std::unique_ptr<char[], FreeBytes> bytes;
+    std::size_t size;
+};
+
+// The whole content of input: GetSize, then one Read into a zero-filled
+// buffer of that size followed by padding more zero bytes. Bytes the input
+// does not deliver stay zero, so a short read reads as zeros.
+// Throws std::bad_alloc for a size that cannot be buffered; exceptions of the
+// input pass through.
+WholeInput ReadWholeInput(IDataInput& input, std::size_t padding);
+
+}  // namespace Tarsel::Core
