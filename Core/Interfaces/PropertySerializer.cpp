@@ -51,6 +51,13 @@ public:
         dst.m_children.swap(src.m_children);
     }
 
+    // Sets the value of a node that has no children, in place: a fresh
+    // container becomes a scalar without a temporary copy of the value.
+    template <class T, class... Args>
+    static void SetValue(Property& node, Args&&... args) {
+        node.m_value.template emplace<T>(std::forward<Args>(args)...);
+    }
+
     static const std::string& String(const Property& node) { return std::get<std::string>(node.m_value); }
     static const Ratio& RatioValue(const Property& node) { return std::get<Ratio>(node.m_value); }
     static double Double(const Property& node) { return std::get<double>(node.m_value); }
@@ -102,22 +109,6 @@ std::string_view IndexName(std::size_t index, char (&buffer)[24]) {
 // comparing them; only a possible repeat needs an exact check.
 class NameFingerprint {
 public:
-    // Returns false when name is certainly new; remembers it either way.
-    bool Add(std::string_view name) {
-        const unsigned bit = Bit(name);
-        std::uint64_t& word = m_bits[bit / 64];
-        const std::uint64_t mask = std::uint64_t{1} << (bit % 64);
-        const bool maybeSeen = (word & mask) != 0;
-        word |= mask;
-        return maybeSeen;
-    }
-
-    bool MaybeSeen(std::string_view name) const {
-        const unsigned bit = Bit(name);
-        return (m_bits[bit / 64] >> (bit % 64) & 1) != 0;
-    }
-
-private:
     static unsigned Bit(std::string_view name) {
         std::uint64_t hash = 14695981039346656037ULL;  // FNV-1a
         for (const char c : name) {
@@ -126,6 +117,18 @@ private:
         return static_cast<unsigned>(hash >> 56);
     }
 
+    bool Has(unsigned bit) const { return (m_bits[bit / 64] >> (bit % 64) & 1) != 0; }
+    void Set(unsigned bit) { m_bits[bit / 64] |= std::uint64_t{1} << (bit % 64); }
+
+    // Returns false when name is certainly new; remembers it either way.
+    bool Add(std::string_view name) {
+        const unsigned bit = Bit(name);
+        const bool maybeSeen = Has(bit);
+        Set(bit);
+        return maybeSeen;
+    }
+
+private:
     std::uint64_t m_bits[4] = {};
 };
 
@@ -431,17 +434,22 @@ void SaveScalar(const Property& node, JsonValue& value, JsonAllocator& allocator
 
 // --- Loading -----------------------------------------------------------------
 
-// Assigns a JSON string to node: a ratio under the name "frameRateRatio"
-// (nothing when the text is no ratio; boost::bad_rational for "n/0"), the
-// full text, zero characters included, under any other name.
-void AssignString(Property& node, const char* text, std::size_t length) {
-    if (node.GetName() != kFrameRateRatioName) {
-        node = std::string(text, length);
+// A JSON string read under this name becomes a ratio when it reads as one.
+bool TakesRatio(const Property& node) {
+    return node.GetName() == kFrameRateRatioName;
+}
+
+// Assigns a JSON string to a fresh node: a ratio under the name
+// "frameRateRatio" (nothing when the text is no ratio; boost::bad_rational
+// for "n/0"), the full text, zero characters included, under any other name.
+void SetString(Property& node, const char* text, std::size_t length) {
+    if (!TakesRatio(node)) {
+        Access::SetValue<std::string>(node, text, length);
         return;
     }
     Ratio ratio;
     if (RatioFromString(std::string(text, length), ratio)) {
-        node = ratio;
+        Access::SetValue<Ratio>(node, ratio);
     }
 }
 
@@ -460,29 +468,32 @@ public:
     }
 
     Property& Obtain(std::string_view name) {
-        if (m_seen.MaybeSeen(name)) {
+        const unsigned bit = NameFingerprint::Bit(name);
+        if (m_seen.Has(bit)) {
             if (Property* existing = Find(name)) {
                 existing->SetArrayType();
                 return *existing;
             }
         }
-        return Append(name);
+        return Append(name, bit);
     }
 
     // Appends without looking: for names known to be new.
-    Property& Append(std::string_view name) {
-        Property& child = Access::AppendContainer(*m_container, name);
-        m_seen.Add(child.GetName());
-        if (m_index) {
-            m_index->emplace(child.GetName(), &child);
-        }
-        return child;
-    }
+    Property& Append(std::string_view name) { return Append(name, NameFingerprint::Bit(name)); }
 
     Property& Container() const { return *m_container; }
 
 private:
     static constexpr std::size_t kIndexThreshold = 16;
+
+    Property& Append(std::string_view name, unsigned bit) {
+        Property& child = Access::AppendContainer(*m_container, name);
+        m_seen.Set(bit);
+        if (m_index) {
+            m_index->emplace(child.GetName(), &child);
+        }
+        return child;
+    }
 
     Property* Find(std::string_view name) {
         Property::ChildListType& children = Access::Children(*m_container);
@@ -529,12 +540,12 @@ public:
 
     bool Null() { return Value([](Property&) {}); }
     bool Bool(bool b) {
-        return Value([b](Property& node) { node = b; });
+        return Value([b](Property& node) { Access::SetValue<bool>(node, b); });
     }
     bool Int(int i) { return Int64(i); }
     bool Uint(unsigned u) { return Int64(u); }
     bool Int64(std::int64_t i) {
-        return Value([i](Property& node) { node = static_cast<long long>(i); });
+        return Value([i](Property& node) { Access::SetValue<long long>(node, i); });
     }
     bool Uint64(std::uint64_t u) {
         // Beyond the signed range: deliberately nothing.
@@ -544,10 +555,10 @@ public:
         return Int64(static_cast<std::int64_t>(u));
     }
     bool Double(double d) {
-        return Value([d](Property& node) { node = d; });
+        return Value([d](Property& node) { Access::SetValue<double>(node, d); });
     }
     bool String(const char* text, rapidjson::SizeType length, bool) {
-        return Value([&](Property& node) { AssignString(node, text, length); });
+        return Value([&](Property& node) { SetString(node, text, length); });
     }
 
     bool StartObject() { return Start(true); }
@@ -777,7 +788,13 @@ void LoadScalar(Property& target, const JsonValue& value) {
     } else if (value.IsInt64()) {
         target = static_cast<long long>(value.GetInt64());
     } else if (value.IsString()) {
-        AssignString(target, value.GetString(), value.GetStringLength());
+        const std::string text(value.GetString(), value.GetStringLength());
+        Ratio ratio;
+        if (!TakesRatio(target)) {
+            target = text;
+        } else if (RatioFromString(text, ratio)) {
+            target = ratio;
+        }
     }
 }
 
