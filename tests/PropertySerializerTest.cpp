@@ -7,14 +7,12 @@
 
 #include <pthread.h>
 
-#include <climits>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <functional>
 #include <limits>
 #include <random>
-#include <sstream>
 
 using namespace Tarsel;
 using namespace Tarsel::Core;
@@ -37,13 +35,20 @@ Property Load(const std::string& text, bool wrap = false) {
     return p;
 }
 
-std::string Dump(const Property& p) {
-    std::ostringstream out;
-    PrintPropertyValue(p, 0, out, true, true);
-    return out.str();
+// The whole tree with each node's type: name<type>value, containers in braces.
+std::string Describe(const Property& p) {
+    std::string text = p.GetName() + "<" + std::to_string(p.GetType()) + ">";
+    if (p.GetType() != TypeArray) {
+        return text + PropertyValueToString(p);
+    }
+    const char* separator = "{";
+    for (const Property& child : p) {
+        text += separator + Describe(child);
+        separator = ",";
+    }
+    return text + (p.Count() == 0 ? "{}" : "}");
 }
 
-// The container of the classic example: width, fps, title, frameRateRatio.
 Property Clip() {
     Property cfg("cfg");
     cfg.SetChildT<long long>("width", 1920);
@@ -53,7 +58,6 @@ Property Clip() {
     return cfg;
 }
 
-// Records every Write, to check what reaches a sink and when.
 class RecordingOutput : public RefCounted<IDataOutput> {
 public:
     std::size_t Write(const void* data, std::size_t size) override {
@@ -63,6 +67,7 @@ public:
     std::vector<std::string> writes;
 };
 
+// Reports size, then delivers the given bytes (or throws for "throw").
 class ScriptedInput : public RefCounted<IDataInput> {
 public:
     ScriptedInput(std::size_t size, std::string delivered) : m_size(size), m_delivered(std::move(delivered)) {}
@@ -71,7 +76,7 @@ public:
         if (m_delivered == "throw") {
             throw std::runtime_error("read failed");
         }
-        std::copy(m_delivered.begin(), m_delivered.end(), static_cast<char*>(data));
+        std::memcpy(data, m_delivered.data(), m_delivered.size());
         return m_delivered.size();
     }
 
@@ -80,7 +85,7 @@ private:
     std::string m_delivered;
 };
 
-std::string Nested(std::size_t depth, const char* open, const char* close, const char* inner = "") {
+std::string Nested(std::size_t depth, const std::string& open, const std::string& close, const char* inner = "") {
     std::string text;
     for (std::size_t i = 0; i < depth; ++i) {
         text += open;
@@ -93,7 +98,7 @@ std::string Nested(std::size_t depth, const char* open, const char* close, const
 }
 
 void ExpectParseError(Property& target, const std::string& text) {
-    const std::string before = Dump(target);
+    const std::string before = Describe(target);
     try {
         Deserialize(target, text);
         ADD_FAILURE() << "accepted: " << text.substr(0, 80);
@@ -104,7 +109,7 @@ void ExpectParseError(Property& target, const std::string& text) {
                      "static void Tarsel::Core::PropertySerializer::Deserialize(Core::Property &, "
                      "boost::intrusive_ptr<Tarsel::Core::IDataInput>, bool)");
     }
-    EXPECT_EQ(Dump(target), before) << text.substr(0, 80);
+    EXPECT_EQ(Describe(target), before) << text.substr(0, 80);
 }
 
 // "%#g" as C defines it, from the %e and %f conversions: glibc's own "%#g"
@@ -122,49 +127,51 @@ std::string PercentHashG(double value) {
     return fixed;
 }
 
+void RunOnSmallStack(const std::function<void()>& body) {
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, 512 * 1024);
+    pthread_t thread;
+    const auto run = [](void* f) -> void* {
+        (*static_cast<const std::function<void()>*>(f))();
+        return nullptr;
+    };
+    ASSERT_EQ(pthread_create(&thread, &attributes, run, const_cast<std::function<void()>*>(&body)), 0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attributes);
+}
+
 }  // namespace
 
-TEST(Serialize, ClipExampleIsCompactWithWrappingAndWithout) {
+TEST(PropertySerializer, ClipExampleRoundTripsByteForByte) {
     const std::string inner = R"({"width":1920,"fps":29.9700,"title":"clip","frameRateRatio":"30000/1001"})";
     EXPECT_EQ(Serialize(Clip()), inner);
     EXPECT_EQ(Serialize(Clip(), true), R"({"cfg":)" + inner + "}");
-}
-
-TEST(Deserialize, ClipExampleReadsBackItsTypes) {
     for (bool wrap : {false, true}) {
         const Property back = Load(Serialize(Clip(), wrap), wrap);
-        EXPECT_EQ(back.GetName(), wrap ? "cfg" : "root");
-        EXPECT_EQ(back["width"].GetInt64(), 1920);
-        EXPECT_EQ(back["fps"].GetDouble(), 29.97);
-        EXPECT_EQ(back["title"].GetString(), "clip");
-        EXPECT_EQ(back["frameRateRatio"].GetRatio(), Ratio(30000, 1001));
+        EXPECT_EQ(Describe(back), std::string(wrap ? "cfg" : "root") +
+                                      "<6>{width<3>1920,fps<2>29.97,title<4>clip,frameRateRatio<5>30000/1001}");
         EXPECT_EQ(Serialize(back, wrap), Serialize(Clip(), wrap));
     }
     // Only one key reads back as a ratio.
-    EXPECT_EQ(Load(R"({"rate":"30000/1001"})")["rate"].GetString(), "30000/1001");
+    EXPECT_EQ(Describe(Load(R"({"rate":"30000/1001"})")), "root<6>{rate<4>30000/1001}");
 }
 
-TEST(Serialize, BytesReachTheSinkInOrderBeforeReturning) {
+TEST(Serialize, TheWholeTextReachesTheSinkInOneWriteBeforeReturning) {
     const boost::intrusive_ptr<RecordingOutput> sink(new RecordingOutput);
     Property p("p");
     p.SetChildT<long long>("a", 1);
     PropertySerializer::Serialize(p, sink, false);
-    ASSERT_EQ(sink->writes.size(), 1u);
-    EXPECT_EQ(sink->writes[0], R"({"a":1})");
+    EXPECT_EQ(sink->writes, std::vector<std::string>{R"({"a":1})"});
     EXPECT_EQ(sink->GetRefCount(), 1);  // the sink is not kept
 
-    // However large the document, it arrives whole, in one call.
-    Property big("big");
-    for (int i = 0; i < 20000; ++i) {
-        big.Add(Property("", "some text " + std::to_string(i)));
-    }
-    sink->writes.clear();
-    PropertySerializer::Serialize(big, sink, false);
-    ASSERT_EQ(sink->writes.size(), 1u);
-    EXPECT_EQ(sink->writes[0], Serialize(big));
+    class FailingOutput : public RefCounted<IDataOutput> {
+        std::size_t Write(const void*, std::size_t) override { throw std::runtime_error("disk full"); }
+    };
+    EXPECT_THROW(PropertySerializer::Serialize(Clip(), new FailingOutput, false), std::runtime_error);
 }
 
-TEST(Serialize, ValuesAndNamesMapAsDocumented) {
+TEST(Serialize, ValuesMapAsDocumented) {
     Property p("p");
     p.SetChild("empty");
     p.SetChildT<double>("two", 2.0);
@@ -172,21 +179,28 @@ TEST(Serialize, ValuesAndNamesMapAsDocumented) {
     p.SetChild("yes", Property("", true));
     p.SetChild("text", Property("", std::string("q\"b\\s/\x01\x1f\b\t\n\f\r\x7f\xc3\xa9\0z", 18)));
     p.SetChild("ratio", Property("", Ratio(-1, 2)));
-    p.AddWithName(std::string("nul\0cut", 7), Property("", 1));
+    p.AddWithName(std::string("nul\0cut", 7), Property("", 1));  // keys end at a zero character
     p.SetChildT<double>("inf", std::numeric_limits<double>::infinity());
     p.SetChild("list").Add(Property("", 5));
     EXPECT_EQ(Serialize(p), R"({"empty":{},"two":2.00000,"int":-2,"yes":true,)"
                             R"("text":"q\"b\\s/\u0001\u001F\b\t\n\f\r)"
                             "\x7f\xc3\xa9"
                             R"(\u0000z","ratio":"-1/2","nul":1,"inf":null,"list":{"0":5}})");
-    // A bare value without wrapping.
-    EXPECT_EQ(Serialize(Property("d", 0.1)), "0.100000");
+    EXPECT_EQ(Serialize(Property("d", 0.1)), "0.100000");  // a bare value without wrapping
+
+    // Children sharing a name write into the first member; later ones stay null.
+    Property dup("d");
+    for (int i = 0; i < 40; ++i) {  // 40: past the small-container scan
+        dup.CreateChildT<long long>("k" + std::to_string(i % 20), i);
+    }
+    const std::string text = Serialize(dup);
+    EXPECT_EQ(text.substr(0, 17), R"({"k0":20,"k1":21,)");
+    EXPECT_EQ(text.substr(text.size() - 22), R"("k18":null,"k19":null})");
 }
 
-TEST(Serialize, DoublesAreWrittenLikePrintfPercentHashG) {
+TEST(Serialize, DoublesAreWrittenLikePercentHashG) {
     std::mt19937_64 random(20261122);
-    std::vector<double> values = {0.0, -0.0, 1.0, 0.1, 29.97, 1e-05, 1e-4, 123456.0, 999999.5, 1e300, -5e-324,
-                                  0.000123456789, 1234567.0, 99999.95, 9.999995, 1e21};
+    std::vector<double> values = {0.0, -0.0, 0.1, 29.97, 1e-05, 1e-4, 123456.0, 999999.5, 1e300, -5e-324, 9.999995};
     std::uniform_real_distribution<double> mantissa(-10, 10);
     std::uniform_int_distribution<int> exponent(-12, 12);
     for (int i = 0; i < 5000; ++i) {
@@ -201,111 +215,54 @@ TEST(Serialize, DoublesAreWrittenLikePrintfPercentHashG) {
     }
 }
 
-TEST(Serialize, ChildrenSharingANameWriteIntoTheFirstMember) {
-    Property p("p");
-    p.CreateChildT<long long>("x", 1);
-    p.CreateChildT<long long>("y", 2);
-    p.CreateChildT<long long>("x", 3);
-    EXPECT_EQ(Serialize(p), R"({"x":3,"y":2,"x":null})");
-    // Large containers take the same rule.
-    Property many("m");
-    for (int i = 0; i < 40; ++i) {
-        many.CreateChildT<long long>("k" + std::to_string(i % 20), i);
-    }
-    const std::string text = Serialize(many);
-    EXPECT_EQ(text.substr(0, 17), R"({"k0":20,"k1":21,)");
-    EXPECT_EQ(text.substr(text.size() - 22), R"("k18":null,"k19":null})");
-}
-
 TEST(Deserialize, JsonValuesMapAsDocumented) {
-    const Property p = Load(R"({"arr":[10,20],"null":null,"obj":{},"list":[],"b":false,"d":1e2,"f":1.5,)"
+    EXPECT_EQ(Describe(Load(R"({"arr":[10,20],"null":null,"obj":{},"list":[],"b":false,"d":1e2,"f":1.5,)"
                             R"("i":-2147483649,"max":9223372036854775807,"huge":18446744073709551615,)"
-                            R"("beyond":18446744073709551616,"s":"a\u0000b","frameRateRatio":"4/8"})");
-    EXPECT_EQ(p["arr"].Count(), 2u);
-    EXPECT_EQ(p["arr"]["0"].GetInt64(), 10);
-    EXPECT_EQ(p["arr"]["1"].GetInt64(), 20);
-    for (const char* emptyContainer : {"null", "obj", "list", "huge"}) {
-        EXPECT_EQ(p[emptyContainer].GetType(), TypeArray) << emptyContainer;
-        EXPECT_EQ(p[emptyContainer].Count(), 0u);
-    }
-    EXPECT_EQ(p["b"].GetBool(), false);
-    EXPECT_EQ(p["d"].GetDouble(), 100.0);
-    EXPECT_EQ(p["f"].GetDouble(), 1.5);
-    EXPECT_EQ(p["i"].GetInt64(), -2147483649LL);
-    EXPECT_EQ(p["max"].GetInt64(), LLONG_MAX);
-    EXPECT_EQ(p["beyond"].GetDouble(), 18446744073709551616.0);
-    EXPECT_EQ(p["s"].GetString(), std::string("a\0b", 3));
-    EXPECT_EQ(p["frameRateRatio"].GetRatio(), Ratio(1, 2));
-    EXPECT_EQ(Load(R"({"frameRateRatio":"25"})")["frameRateRatio"].Count(), 0u);
-    EXPECT_EQ(Load(R"([10,20])")[1].GetName(), "1");
+                            R"("beyond":18446744073709551616,"s":"a\u0000b","frameRateRatio":"4/8"})")),
+              "root<6>{arr<6>{0<3>10,1<3>20},null<6>{},obj<6>{},list<6>{},b<1>0,d<2>100,f<2>1.5,"
+              "i<3>-2147483649,max<3>9223372036854775807,huge<6>{},beyond<2>1.84467e+19,s<4>" +
+                  std::string("a\0b", 3) + ",frameRateRatio<5>1/2}");
+    EXPECT_EQ(Describe(Load(R"({"frameRateRatio":"25"})")), "root<6>{frameRateRatio<6>{}}");
+    EXPECT_EQ(Describe(Load("[10,20]")), "root<6>{0<3>10,1<3>20}");
 }
 
-TEST(Deserialize, SyntaxErrorsAndNonContainerRootsLeaveTheTargetUntouched) {
+TEST(Deserialize, SyntaxErrorsAndScalarRootsLeaveTheTargetUntouched) {
     Property target("target");
     target.SetChildT<long long>("kept", 1);
     for (const char* text : {"", " ", "5", "\"s\"", "true", "null", "{} x", "{}{}", "[1,]", "{\"a\" 1}", "{\"a\":1",
                              "[01]", "\"\\x\"", "{'a':1}", "nul", "[1 2]", "{\"a\":1,\"b\":{\"c\":[}]}", "\x01"}) {
         ExpectParseError(target, text);
     }
-    // A failure that loading would meet later does not hide a syntax error.
+    // A failure that loading would meet first does not hide a later syntax error.
     ExpectParseError(target, R"({"a":{"":1},"b":[)");
 }
 
-TEST(Deserialize, TextEndsAtTheFirstZeroByteAndShortReadsReadAsZeros) {
-    EXPECT_EQ(Load(std::string("{\"a\":1}\0garbage", 15))["a"].GetInt64(), 1);
+TEST(Deserialize, InputIsReadWholeOnceAndItsFailuresPassThrough) {
+    EXPECT_EQ(Describe(Load(std::string("{\"a\":1}\0garbage", 15))), "root<6>{a<3>1}");  // ends at a zero byte
     Property p("p");
-    PropertySerializer::Deserialize(p, new ScriptedInput(12, R"({"a":2})"), false);
-    EXPECT_EQ(p["a"].GetInt64(), 2);
-    Property empty("e");
-    ExpectParseError(empty, "");
+    PropertySerializer::Deserialize(p, new ScriptedInput(12, R"({"a":2})"), false);  // short read: zeros
+    EXPECT_EQ(Describe(p), "p<6>{a<3>2}");
+    EXPECT_THROW(PropertySerializer::Deserialize(p, new ScriptedInput(SIZE_MAX, ""), false), std::bad_alloc);
+    EXPECT_THROW(PropertySerializer::Deserialize(p, new ScriptedInput(8, "throw"), false), std::runtime_error);
+    EXPECT_EQ(Describe(p), "p<6>{a<3>2}");
 }
 
 TEST(Deserialize, NestingIsLimitedTo512LevelsWithoutRecursion) {
     const auto run = [] {
-        EXPECT_EQ(Load(Nested(PropertySerializer::kMaxDepth, "[", "]")).Count(), 1u);
-        Property target("t");
-        target.SetChildT<long long>("kept", 1);
-        ExpectParseError(target, Nested(PropertySerializer::kMaxDepth + 1, "[", "]"));
-        ExpectParseError(target, Nested(100000, "[", "]"));
-        ExpectParseError(target, Nested(100000, "{\"a\":", "}", "1"));
-        ExpectParseError(target, Nested(100000, "[", ""));
-        Property fresh("fresh");
-        ExpectParseError(fresh, Nested(100000, "{\"a\":", "}", "1"));
-        ExpectParseError(fresh, Nested(PropertySerializer::kMaxDepth + 1, "{\"a\":", "}", "1"));
-
-        // The deepest accepted tree saves and reloads.
-        const std::string deepest = Nested(PropertySerializer::kMaxDepth, "{\"a\":", "}", "1");
-        EXPECT_EQ(Serialize(Load(deepest)), deepest);
+        const std::size_t limit = PropertySerializer::kMaxDepth;
+        const std::string deepest = Nested(limit, "{\"a\":", "}", "1");
+        EXPECT_EQ(Serialize(Load(deepest)), deepest);  // accepted, saved and reloaded
+        EXPECT_EQ(Load(Nested(limit, "[", "]")).Count(), 1u);
+        for (Property target : {Property("fresh"), Load(R"({"kept":1})")}) {
+            ExpectParseError(target, Nested(limit + 1, "[", "]"));
+            ExpectParseError(target, Nested(limit + 1, "{\"a\":", "}", "1"));
+            ExpectParseError(target, Nested(100000, "[", "]"));
+            ExpectParseError(target, Nested(100000, "{\"a\":", "}", "1"));
+            ExpectParseError(target, Nested(100000, "[", ""));
+        }
     };
     run();
-    // The same on a thread with a small stack.
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, 512 * 1024);
-    pthread_t thread;
-    std::function<void()> body = run;
-    ASSERT_EQ(pthread_create(
-                  &thread, &attributes,
-                  [](void* f) -> void* {
-                      (*static_cast<std::function<void()>*>(f))();
-                      return nullptr;
-                  },
-                  &body),
-              0);
-    pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attributes);
-}
-
-TEST(Deserialize, StreamFailuresPassThrough) {
-    Property p("p");
-    EXPECT_THROW(PropertySerializer::Deserialize(p, new ScriptedInput(SIZE_MAX, ""), false), std::bad_alloc);
-    EXPECT_THROW(PropertySerializer::Deserialize(p, new ScriptedInput(8, "throw"), false), std::runtime_error);
-    EXPECT_EQ(p.Count(), 0u);
-
-    class FailingOutput : public RefCounted<IDataOutput> {
-        std::size_t Write(const void*, std::size_t) override { throw std::runtime_error("disk full"); }
-    };
-    EXPECT_THROW(PropertySerializer::Serialize(Clip(), new FailingOutput, false), std::runtime_error);
+    RunOnSmallStack(run);
 }
 
 TEST(Deserialize, LoadingFailuresKeepWhatWasLoadedBefore) {
@@ -316,54 +273,46 @@ TEST(Deserialize, LoadingFailuresKeepWhatWasLoadedBefore) {
     } catch (const std::invalid_argument& e) {
         EXPECT_EQ(std::string(e.what()).rfind("name is empty\n", 0), 0u);
     }
-    EXPECT_EQ(Dump(p), "p: Array\n\tfirst: 1\n\tgroup: Array\n\t\ta: 1\n\n\n");
+    EXPECT_EQ(Describe(p), "p<6>{first<3>1,group<6>{a<3>1}}");
 
     Property r("r");
     EXPECT_THROW(Deserialize(r, R"({"x":1,"v":{"frameRateRatio":"1/0"},"y":2})"), boost::bad_rational);
-    EXPECT_EQ(Dump(r), "r: Array\n\tx: 1\n\tv: Array\n\t\tframeRateRatio: Array\n\n\n\n");
+    EXPECT_EQ(Describe(r), "r<6>{x<3>1,v<6>{frameRateRatio<6>{}}}");
 
     Property leaf("leaf", 1);
     EXPECT_THROW(Deserialize(leaf, R"({"a":1})"), MethodIsNotApplicable);
     EXPECT_NO_THROW(Deserialize(leaf, "{}"));
     try {
         Deserialize(leaf, "[1]");
-        FAIL();
+        FAIL() << "a leaf cannot take elements";
     } catch (const MethodIsNotApplicable& e) {
         EXPECT_EQ(*boost::get_error_info<PropertyException::TagMethodName>(e), "Count");
     }
-    EXPECT_EQ(leaf.GetInt64(), 1);
-
+    EXPECT_EQ(Describe(leaf), "leaf<3>1");
     Property wrapped("w");
     EXPECT_THROW(Deserialize(wrapped, "{}", true), IndexIsOutOfBound);
 }
 
 TEST(Deserialize, MergesIntoExistingChildrenAsSetChildDoes) {
-    Property p("p");
-    p.SetChildT<long long>("keep", 1);
-    p.SetChild("replace").SetChildT<long long>("old", 1);
-    p.SetChildT<long long>("dup", 1);
+    Property p = Load(R"({"keep":1,"replace":{"old":1},"dup":1})");
     p.CreateChildT<long long>("dup", 2);
     Deserialize(p, R"({"replace":{"new":2},"dup":3,"added":true,"added":false})");
-    EXPECT_EQ(Dump(p),
-              "p: Array\n\tkeep: 1\n\treplace: Array\n\t\tnew: 2\n\n\tdup: 3\n\tdup: 2\n\tadded: 0\n\n");
+    EXPECT_EQ(Describe(p), "root<6>{keep<3>1,replace<6>{new<3>2},dup<3>3,dup<3>2,added<1>0}");
 
-    // Array elements are named by the current count, reusing a child of that
-    // name when one exists.
+    // Elements are named by the current count, reusing a child of that name.
     Property a("a");
     a.SetChildT<long long>("1", 9);
     Deserialize(a, "[5,6,7]");
-    EXPECT_EQ(Dump(a), "a: Array\n\t1: 7\n\n");
-
+    EXPECT_EQ(Describe(a), "a<6>{1<3>7}");
     // Duplicate keys in one object: the last value, in the first one's place.
-    EXPECT_EQ(Dump(Load(R"({"k":{"x":1},"j":0,"k":[2]})")), "root: Array\n\tk: Array\n\t\t0: 2\n\n\tj: 0\n\n");
+    EXPECT_EQ(Describe(Load(R"({"k":{"x":1},"j":0,"k":[2]})")), "root<6>{k<6>{0<3>2},j<3>0}");
 }
 
 TEST(PropertySerializer, SaveAndLoadAgreeWithSerializeAndDeserialize) {
-    Property p("p");
-    p.SetChild("text", "a\"b");
+    Property p = Clip();
+    p.RemoveChild("fps");  // rapidjson's writer spells doubles its own way
     p.CreateChildT<long long>("x", 1);
     p.CreateChildT<long long>("x", 2);
-    p.SetChild("frameRateRatio", Property("", Ratio(24000, 1001)));
     p.SetChild("nested").Add(Property("", true));
     p.SetChild("empty");
 
@@ -381,12 +330,11 @@ TEST(PropertySerializer, SaveAndLoadAgreeWithSerializeAndDeserialize) {
     PropertySerializer::Load(viaLoad, document);
     Property viaDeserialize("v");
     Deserialize(viaDeserialize, Serialize(p));
-    EXPECT_EQ(Dump(viaLoad), Dump(viaDeserialize));
+    EXPECT_EQ(Describe(viaLoad), Describe(viaDeserialize));
 
-    // Scalars load into the target itself.
+    // Scalars load into the target itself; null assigns nothing.
     Property ratio("frameRateRatio");
     PropertySerializer::Load(ratio, rapidjson::Value("30/1"));
-    EXPECT_EQ(ratio.GetRatio(), Ratio(30));
     PropertySerializer::Load(ratio, rapidjson::Value(rapidjson::kNullType));
     EXPECT_EQ(ratio.GetRatio(), Ratio(30));
 }
@@ -395,8 +343,7 @@ TEST(PropertySerializer, RandomTreesRoundTrip) {
     std::mt19937 random(7);
     const auto pick = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
     const std::function<void(Property&, int)> fill = [&](Property& node, int depth) {
-        const int children = pick(6);
-        for (int i = 0; i < children; ++i) {
+        for (int i = pick(6); i > 0; --i) {
             const std::string name = "n" + std::to_string(i);
             switch (depth < 4 ? pick(7) : pick(5)) {
             case 0:
