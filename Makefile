@@ -8,7 +8,7 @@ CMAKE_FLAGS ?=
 SANITIZER_ENV = ASAN_OPTIONS=detect_leaks=1:halt_on_error=1:abort_on_error=1:detect_stack_use_after_return=1:allocator_may_return_null=1 \
                 UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1:suppressions=$(CURDIR)/scripts/ubsan.supp
 
-.PHONY: all demo test sanitize bench install deps clean
+.PHONY: all demo test sanitize bench install install-check deps clean
 
 all: test
 
@@ -44,6 +44,16 @@ install: deps
 	@cmake -S . -B $(BUILD)/release -DCMAKE_BUILD_TYPE=Release -DTARSEL_BUILD_TESTS=OFF -DTARSEL_BUILD_BENCH=OFF $(CMAKE_FLAGS) > /dev/null
 	@cmake --build $(BUILD)/release -j $(JOBS)
 	cmake --install $(BUILD)/release --prefix $(PREFIX)
+
+# Installs the Debug build of `make test` into a scratch prefix and builds
+# and runs the example client against it, through CMake and pkg-config.
+install-check: test
+	@rm -rf $(BUILD)/prefix $(BUILD)/client
+	@cmake --install $(BUILD)/debug --prefix $(CURDIR)/$(BUILD)/prefix > /dev/null
+	@cmake -S examples/client -B $(BUILD)/client -DCMAKE_PREFIX_PATH=$(CURDIR)/$(BUILD)/prefix > /dev/null
+	@cmake --build $(BUILD)/client -j $(JOBS)
+	LD_LIBRARY_PATH=$(BUILD)/prefix/lib $(BUILD)/client/settings-client examples/settings.json video/width
+	PKG_CONFIG_PATH=$(BUILD)/prefix/lib/pkgconfig pkg-config --cflags --libs tarsel-core
 
 clean:
 	rm -rf $(BUILD)

@@ -27,6 +27,10 @@ install(FILES
   ${PROJECT_BINARY_DIR}/TarselCoreConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/TarselCore)
 
+# The .pc file finds the prefix from its own folder, so that the package can
+# be installed with any --prefix and moved.
+file(RELATIVE_PATH TARSEL_PC_TO_PREFIX "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
+string(REGEX REPLACE "/$" "" TARSEL_PC_TO_PREFIX "${TARSEL_PC_TO_PREFIX}")
 configure_file(${PROJECT_SOURCE_DIR}/cmake/tarsel-core.pc.in
   ${PROJECT_BINARY_DIR}/tarsel-core.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/tarsel-core.pc

@@ -1,0 +1,26 @@
+// A client of Tarsel Core: reads a setting from a JSON settings file.
+//   settings-client FILE PATH
+#include <Core/Interfaces/Tarsel.h>
+
+#include <boost/exception/diagnostic_information.hpp>
+
+#include <iostream>
+
+int main(int argc, char** argv) {
+    using namespace Tarsel::Core;
+    if (argc != 3) {
+        std::cerr << "usage: settings-client FILE PATH\n";
+        return 2;
+    }
+    try {
+        Property settings("settings");
+        PropertySerializer::Deserialize(settings, FileDataInput::Create(argv[1]), false);
+        std::cout << PropertyValueToString(settings.ChildByPath(argv[2])) << "\n";
+        return 0;
+    } catch (const boost::exception& e) {
+        std::cerr << boost::diagnostic_information(e);
+    } catch (const std::exception& e) {
+        std::cerr << e.what() << "\n";
+    }
+    return 1;
+}
