@@ -11,52 +11,43 @@ using namespace Tarsel;
 
 namespace {
 
-class Counted : public RefCounted<IRefCountable> {
-public:
-    explicit Counted(std::atomic<int>* destroyed) : m_destroyed(destroyed) {}
-    ~Counted() override { ++*m_destroyed; }
-
-private:
-    std::atomic<int>* m_destroyed;
+// Counts its own destruction.
+struct Counted : RefCounted<IRefCountable> {
+    explicit Counted(std::atomic<int>* counter) : destroyed(counter) {}
+    ~Counted() override { ++*destroyed; }
+    std::atomic<int>* destroyed;
 };
 
-class CountingLockable : public ILockable {
-public:
-    void Lock() override {
-        m_lock.Lock_Impl();
-        ++locks;
-    }
-    bool TryLock() override { return m_lock.TryLock_Impl(); }
-    void Unlock() override {
-        ++unlocks;
-        m_lock.Unlock_Impl();
-    }
-    int locks = 0;
-    int unlocks = 0;
-
-private:
-    LockImpl m_lock;
+struct Lockable : ILockable, LockImpl {
+    void Lock() override { Lock_Impl(); }
+    bool TryLock() override { return TryLock_Impl(); }
+    void Unlock() override { Unlock_Impl(); }
 };
+
+// Whether another thread can take the lock at this moment (it gives it back).
+bool FreeForAnotherThread(ILockable& lockable) {
+    bool taken = false;
+    std::thread([&] {
+        taken = lockable.TryLock();
+        if (taken) {
+            lockable.Unlock();
+        }
+    }).join();
+    return taken;
+}
 
 }  // namespace
 
-TEST(RefCountImpl, CountsUpAndDownFromZero) {
-    RefCountImpl count;
-    EXPECT_EQ(count.GetRefCountImpl(), 0);
-    EXPECT_EQ(count.AddRefImpl(), 1);
-    EXPECT_EQ(count.AddRefImpl(), 2);
-    EXPECT_EQ(count.ReleaseImpl(), 1);
-    EXPECT_EQ(count.ReleaseImpl(), 0);
-    EXPECT_EQ(count.GetRefCountImpl(), 0);
-}
-
-TEST(IntrusivePtr, TakesTheFirstReferenceAndDestroysOnTheLast) {
+TEST(RefCounted, CountsFromZeroAndDestroysOnTheLastRelease) {
     std::atomic<int> destroyed{0};
+    const Counted* raw = new Counted(&destroyed);
+    EXPECT_EQ(raw->GetRefCount(), 0);
     {
-        boost::intrusive_ptr<Counted> first(new Counted(&destroyed));
-        EXPECT_EQ(first->GetRefCount(), 1);
-        boost::intrusive_ptr<IRefCountable> second = first;
-        EXPECT_EQ(first->GetRefCount(), 2);
+        boost::intrusive_ptr<const Counted> first(raw);  // takes the first reference
+        EXPECT_EQ(raw->AddRef(), 2);
+        EXPECT_EQ(raw->Release(), 1);
+        boost::intrusive_ptr<const IRefCountable> second = first;
+        EXPECT_EQ(raw->GetRefCount(), 2);
         first.reset();
         EXPECT_EQ(destroyed.load(), 0);
         EXPECT_EQ(second->GetRefCount(), 1);
@@ -64,27 +55,24 @@ TEST(IntrusivePtr, TakesTheFirstReferenceAndDestroysOnTheLast) {
     EXPECT_EQ(destroyed.load(), 1);
 }
 
-TEST(IntrusivePtr, ConcurrentReleaseDestroysExactlyOnce) {
-    constexpr int kThreads = 8;
-    constexpr int kRounds = 200;
-    for (int round = 0; round < kRounds; ++round) {
+TEST(RefCounted, ConcurrentReleaseDestroysExactlyOnce) {
+    for (int round = 0; round < 200; ++round) {
         std::atomic<int> destroyed{0};
         std::atomic<bool> go{false};
         std::vector<std::thread> threads;
-        {
-            boost::intrusive_ptr<Counted> shared(new Counted(&destroyed));
-            for (int t = 0; t < kThreads; ++t) {
-                threads.emplace_back([copy = shared, &go]() mutable {
-                    while (!go) {
-                        std::this_thread::yield();
-                    }
-                    for (int i = 0; i < 100; ++i) {
-                        boost::intrusive_ptr<Counted> extra = copy;
-                    }
-                    copy.reset();
-                });
-            }
+        boost::intrusive_ptr<Counted> shared(new Counted(&destroyed));
+        for (int t = 0; t < 8; ++t) {
+            threads.emplace_back([copy = shared, &go]() mutable {
+                while (!go) {
+                    std::this_thread::yield();
+                }
+                for (int i = 0; i < 100; ++i) {
+                    boost::intrusive_ptr<Counted> extra = copy;
+                }
+                copy.reset();
+            });
         }
+        shared.reset();
         go = true;
         for (auto& thread : threads) {
             thread.join();
@@ -93,27 +81,13 @@ TEST(IntrusivePtr, ConcurrentReleaseDestroysExactlyOnce) {
     }
 }
 
-TEST(AutoLock, LocksForItsScopeAndIgnoresNull) {
-    CountingLockable lockable;
+TEST(AutoLock, HoldsTheLockForItsScopeAndIgnoresNull) {
+    Lockable lockable;
     {
         AutoLock lock(&lockable);
-        EXPECT_EQ(lockable.locks, 1);
-        EXPECT_EQ(lockable.unlocks, 0);
+        // TryLock fails at once while another thread holds the lock.
+        EXPECT_FALSE(FreeForAnotherThread(lockable));
     }
-    EXPECT_EQ(lockable.unlocks, 1);
-    { AutoLock nothing(nullptr); }
-}
-
-TEST(LockImpl, TryLockFailsAtOnceWhileAnotherThreadHoldsIt) {
-    LockImpl lock;
-    lock.Lock_Impl();
-    bool taken = true;
-    std::thread([&] { taken = lock.TryLock_Impl(); }).join();
-    EXPECT_FALSE(taken);
-    lock.Unlock_Impl();
-    std::thread([&] {
-        taken = lock.TryLock_Impl();
-        lock.Unlock_Impl();
-    }).join();
-    EXPECT_TRUE(taken);
+    EXPECT_TRUE(FreeForAnotherThread(lockable));
+    AutoLock nothing(nullptr);
 }

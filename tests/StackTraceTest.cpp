@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <new>
@@ -9,6 +10,8 @@
 #include <sstream>
 #include <streambuf>
 #include <string>
+#include <tuple>
+#include <utility>
 
 using namespace Tarsel::Core;
 
@@ -17,6 +20,17 @@ using namespace Tarsel::Core;
 namespace {
 std::atomic<bool> g_countAllocations{false};
 std::atomic<int> g_allocations{0};
+
+// A stream over a fixed buffer: writing to it allocates nothing.
+class FixedBuffer : public std::streambuf {
+public:
+    FixedBuffer() { setp(m_data, m_data + sizeof m_data); }
+    std::string Text() const { return std::string(pbase(), pptr()); }
+
+private:
+    char m_data[16384];
+};
+
 }  // namespace
 
 void* operator new(std::size_t size) {
@@ -35,52 +49,23 @@ void operator delete(void* p, std::size_t) noexcept {
     std::free(p);
 }
 
-namespace {
-
-// A stream over a fixed buffer: writing to it allocates nothing.
-class FixedBuffer : public std::streambuf {
-public:
-    FixedBuffer() { setp(m_data, m_data + sizeof m_data); }
-    std::string Text() const { return std::string(pbase(), pptr()); }
-
-private:
-    char m_data[16384];
-};
-
-struct SignalHandlerScope {
-    SignalHandlerScope() { in_signal_handler = 1; }
-    ~SignalHandlerScope() { in_signal_handler = 0; }
-};
-
-int LineCount(const std::string& text) {
-    int lines = 0;
-    for (char c : text) {
-        lines += c == '\n';
-    }
-    return lines;
-}
-
-}  // namespace
-
-TEST(StackTrace, OffsetSkipsLeadingFramesAndPastTheEndPrintsNothing) {
+TEST(StackTrace, SymbolicLinesNameDemangledFunctionsFromTheOffsetOn) {
     StackTrace trace;
     unsigned long count = 0;
     ASSERT_NE(trace.Addresses(&count), nullptr);
     ASSERT_GT(count, 2u);
-    EXPECT_EQ(LineCount(trace.ToString()), static_cast<int>(count));
-    trace.SetOffSetBeginLine(2);
-    EXPECT_EQ(LineCount(trace.ToString()), static_cast<int>(count) - 2);
+    const std::string text = trace.ToString();
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), static_cast<long>(count));
+    // This test's body is a member of a class gtest generates for it.
+    EXPECT_NE(text.find("StackTrace_SymbolicLinesNameDemangledFunctionsFromTheOffsetOn_Test::TestBody()"),
+              std::string::npos)
+        << text;
+    trace.SetOffSetBeginLine(2);  // the same text without its first two lines
+    EXPECT_EQ(trace.ToString(), text.substr(text.find('\n', text.find('\n') + 1) + 1));
     trace.SetOffSetBeginLine(count);
     EXPECT_EQ(trace.ToString(), "");
     trace.SetOffSetBeginLine(count + 10);
     EXPECT_EQ(trace.ToString(), "");
-}
-
-TEST(StackTrace, SymbolicLinesNameDemangledFunctions) {
-    const std::string text = StackTrace().ToString();
-    // This test's body is a member of a class gtest generates for it.
-    EXPECT_NE(text.find("StackTrace_SymbolicLinesNameDemangledFunctions_Test::TestBody()"), std::string::npos)
-        << text;
 }
 
 TEST(StackTrace, SignalHandlerRenderingPrintsEveryFrameAsAddressWithoutAllocating) {
@@ -88,52 +73,37 @@ TEST(StackTrace, SignalHandlerRenderingPrintsEveryFrameAsAddressWithoutAllocatin
     trace.SetOffSetBeginLine(3);  // ignored by the fallback
     unsigned long count = 0;
     trace.Addresses(&count);
-
     FixedBuffer buffer;
     std::ostream out(&buffer);
-    {
-        SignalHandlerScope inHandler;
-        g_allocations = 0;
-        g_countAllocations = true;
-        trace.OutputToStream(&out);
-        g_countAllocations = false;
-    }
+    in_signal_handler = 1;
+    g_allocations = 0;
+    g_countAllocations = true;
+    trace.OutputToStream(&out);
+    g_countAllocations = false;
+    in_signal_handler = 0;
     EXPECT_EQ(g_allocations.load(), 0);
 
-    const std::string text = buffer.Text();
-    std::istringstream lines(text);
-    std::string line;
+    std::istringstream lines(buffer.Text());
     unsigned long printed = 0;
-    const std::regex frame(R"( \[0x[0-9a-f]{12,}\])");
-    while (std::getline(lines, line)) {
-        EXPECT_TRUE(std::regex_match(line, frame)) << line;
-        ++printed;
+    for (std::string line; std::getline(lines, line); ++printed) {
+        EXPECT_TRUE(std::regex_match(line, std::regex(R"( \[0x[0-9a-f]{12,}\])"))) << line;
     }
     EXPECT_EQ(printed, count);
 }
 
 TEST(OutputPointer, PadsToTwelveLowercaseHexDigits) {
-    const struct {
-        std::uintptr_t address;
-        const char* text;
-    } cases[] = {
-        {0x0, " [0x000000000000]"},
-        {0xabcdef123, " [0x000abcdef123]"},  // nine digits: three leading zeros
-        {0x7fffdeadbeef, " [0x7fffdeadbeef]"},
-        {0xffffffffffffffff, " [0xffffffffffffffff]"},
-    };
-    for (const auto& c : cases) {
+    for (const auto& [address, text] : {std::pair<std::uintptr_t, const char*>{0x0, " [0x000000000000]"},
+                                        {0xabcdef123, " [0x000abcdef123]"},  // nine digits: three leading zeros
+                                        {0x7fffdeadbeef, " [0x7fffdeadbeef]"},
+                                        {0xffffffffffffffff, " [0xffffffffffffffff]"}}) {
         std::ostringstream out;
-        OutputPointer(reinterpret_cast<void*>(c.address), &out);
-        EXPECT_EQ(out.str(), c.text);
+        OutputPointer(reinterpret_cast<void*>(address), &out);
+        EXPECT_EQ(out.str(), text);
     }
 }
 
 TEST(DemangleSymbols, ReplacesEveryMangledNameAndSkipsInvalidOnes) {
-    const struct {
-        const char* in;
-        const char* out;
-    } cases[] = {
+    const std::pair<const char*, const char*> cases[] = {
         {"lib.so(_ZN6Tarsel4Core8Property3AddERKS1_+0x1f) [0x1]",
          "lib.so(Tarsel::Core::Property::Add(Tarsel::Core::Property const&)+0x1f) [0x1]"},
         {"_Z1fv and _Z1gi", "f() and g(int)"},
@@ -143,21 +113,16 @@ TEST(DemangleSymbols, ReplacesEveryMangledNameAndSkipsInvalidOnes) {
         {"trailing _Z", "trailing _Z"},
         {"", ""},
     };
-    for (const auto& c : cases) {
-        std::string text = c.in;
+    for (const auto& [in, out] : cases) {
+        std::string text = in;
         DemangleSymbols(&text);
-        EXPECT_EQ(text, c.out) << c.in;
+        EXPECT_EQ(text, out) << in;
     }
 }
 
 TEST(ItoaR, FormatsIntoTheCallersBuffer) {
-    const struct {
-        long value;
-        unsigned long size;
-        int base;
-        unsigned long minDigits;
-        const char* text;  // null: the call must fail
-    } cases[] = {
+    // value, buffer size, base, minimum digits, text (null: the call must fail)
+    const std::tuple<long, unsigned long, int, unsigned long, const char*> cases[] = {
         {-255, 16, 10, 0, "-255"},
         {255, 16, 16, 4, "00ff"},
         {0, 16, 10, 0, "0"},
@@ -173,18 +138,16 @@ TEST(ItoaR, FormatsIntoTheCallersBuffer) {
         {1, 16, 1, 0, nullptr},
         {1, 0, 10, 0, nullptr},
     };
-    for (const auto& c : cases) {
+    for (const auto& [value, size, base, minDigits, text] : cases) {
         char buffer[32];
         std::fill(std::begin(buffer), std::end(buffer), 'x');
-        const char* result = itoa_r(c.value, buffer, c.size, c.base, c.minDigits);
-        if (c.text == nullptr) {
-            EXPECT_EQ(result, nullptr) << c.value << " base " << c.base << " size " << c.size;
-            if (c.size > 0) {
-                EXPECT_EQ(buffer[0], '\0');
-            }
+        const char* result = itoa_r(value, buffer, size, base, minDigits);
+        if (text == nullptr) {
+            EXPECT_EQ(result, nullptr) << value << " base " << base << " size " << size;
+            EXPECT_TRUE(size == 0 || buffer[0] == '\0');
         } else {
             EXPECT_EQ(result, buffer);
-            EXPECT_STREQ(buffer, c.text);
+            EXPECT_STREQ(buffer, text);
         }
     }
 }
