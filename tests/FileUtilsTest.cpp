@@ -25,27 +25,22 @@ protected:
 
 }  // namespace
 
-TEST_F(FileUtilsTest, ExistenceFollowsLinksAndCountsDirectories) {
+TEST_F(FileUtilsTest, ExistenceFollowsLinksAndRemovalTouchesOnlyTheRightType) {
     Touch("file");
+    fs::create_directories(At("tree/sub"));
     fs::create_symlink(At("nowhere"), At("dangling"));
     EXPECT_TRUE(FileExists(At("file")));
-    EXPECT_TRUE(FileExists(At("")));
+    EXPECT_TRUE(FileExists(At("tree")));
     EXPECT_FALSE(FileExists(At("missing/below")));
     EXPECT_FALSE(FileExists(At("dangling")));
     // A failure other than "not found" is no answer: here, a name too long.
     EXPECT_THROW(FileExists(At(std::string(300, 'n'))), fs::filesystem_error);
-}
 
-TEST_F(FileUtilsTest, RemovalTouchesOnlyTheRightType) {
-    Touch("file");
-    fs::create_directories(At("tree/sub"));
     EXPECT_FALSE(RemoveFile(At("tree")));
-    EXPECT_FALSE(RemoveFile(At("missing")));
     EXPECT_FALSE(RemoveDir(At("file")));
-    EXPECT_FALSE(RemoveDir(At("missing")));
     EXPECT_TRUE(RemoveDir(At("tree")));
     EXPECT_TRUE(RemoveFile(At("file")));
-    EXPECT_TRUE(fs::is_empty(m_dir));
+    EXPECT_FALSE(fs::exists(At("tree")) || fs::exists(At("file")));
 }
 
 TEST_F(FileUtilsTest, CopyDirNeverOverwritesAndJoinsSubfoldersWholePath) {
@@ -54,9 +49,8 @@ TEST_F(FileUtilsTest, CopyDirNeverOverwritesAndJoinsSubfoldersWholePath) {
     Touch("src/sub/f");
     EXPECT_FALSE(CopyDir(At("missing"), At("target")));
     EXPECT_FALSE(fs::exists(At("target")));
-    EXPECT_THROW(CopyDir(At("src"), At("target")), fs::filesystem_error);  // "target/<src>/sub" has no parent
+    EXPECT_THROW(CopyDir(At("src"), At("other")), fs::filesystem_error);  // "other/<src>/sub" has no parent
     // With the source's own folders prepared under target, the copy goes through.
-    fs::remove_all(At("target"));
     const std::string nested = At("target").utf8string() + At("src").utf8string();
     fs::create_directories(nested);
     EXPECT_TRUE(CopyDir(At("src"), At("target")));
@@ -66,7 +60,6 @@ TEST_F(FileUtilsTest, CopyDirNeverOverwritesAndJoinsSubfoldersWholePath) {
 }
 
 TEST(CheckValidFilename, JudgesLengthAndTheLastElement) {
-    EXPECT_TRUE(CheckValidFilename("a/b.txt"));
     EXPECT_TRUE(CheckValidFilename(" x/y"));
     EXPECT_TRUE(CheckValidFilename("dir/"));  // its file name is "."
     EXPECT_FALSE(CheckValidFilename("dir/ x"));
@@ -76,46 +69,37 @@ TEST(CheckValidFilename, JudgesLengthAndTheLastElement) {
 }
 
 TEST_F(FileUtilsTest, UpdateFilePathIfExistNumbersTakenNames) {
+    for (const char* name : {"report.txt", "report (1).txt", "(1).mp4", "name.txt"}) {
+        Touch(name);
+    }
     const struct {
-        std::vector<std::string> onDisk, reserved;
-        std::string proposed;
-        bool numberOnly;
-        std::string extension, expected;
+        std::set<ioPath> reserved;
+        std::string proposed, extension, expected;
+        bool numberOnly = false;
     } cases[] = {
-        {{}, {}, "report", false, "txt", "report.txt"},
-        {{"report.txt"}, {}, "report", false, "txt", "report (1).txt"},
-        {{"report.txt", "report (1).txt"}, {}, "report", false, ".txt", "report (2).txt"},
-        {{}, {"report.txt"}, "report", false, "txt", "report (1).txt"},  // the forced pass
-        {{}, {"/report.txt", "report (1).txt"}, "report", false, "txt", "report (2).txt"},
-        {{"report.txt"}, {"report (1).txt"}, "report", false, "txt", "report (2).txt"},
-        {{}, {"other.txt"}, "report.old", false, "", "report"},
-        {{"(1).mp4"}, {}, "", true, "mp4", "(1) (1).mp4"},
-        {{}, {}, "", false, "mp4", "(1).mp4"},                  // a folder ending in "/": no stem
-        {{"name.txt"}, {}, " name", false, "txt", "name.txt"},  // stripped, not tested again
-        {{}, {}, "   ", false, "txt", ".txt"},
+        {{}, "report", ".txt", "report (2).txt"},                                    // on disk: counted from 1
+        {{At("/paper.txt"), At("paper (1).txt")}, "paper", "txt", "paper (2).txt"},  // reserved only: the forced pass
+        {{At("report (2).txt")}, "report", "txt", "report (3).txt"},  // on disk, then reserved: one counter
+        {{At("other.txt")}, "report.old", "", "report"},
+        {{}, "", "mp4", "(1) (1).mp4", true},  // numberOnly: the folder's file is named by a number
+        {{}, "", "mkv", "(1).mkv"},            // a folder ending in "/": no stem
+        {{}, " name", "txt", "name.txt"},      // stripped, not tested again
+        {{}, "   ", "txt", ".txt"},
     };
     for (const auto& c : cases) {
-        fs::remove_all(m_dir);
-        fs::create_directory(m_dir);
-        std::set<ioPath> reserved;
-        for (const auto& name : c.onDisk) {
-            Touch(name);
-        }
-        for (const auto& name : c.reserved) {
-            reserved.insert(At(name));
-        }
         ioPath path = At(c.proposed);
-        UpdateFilePathIfExist(&reserved, c.numberOnly, c.extension, &path);
+        UpdateFilePathIfExist(&c.reserved, c.numberOnly, c.extension, &path);
         EXPECT_EQ(path.utf8string(), At(c.expected).utf8string()) << "proposed '" << c.proposed << "'";
     }
+    UpdateFilePathIfExist(nullptr, false, "txt", nullptr);  // does nothing
 }
 
 TEST_F(FileUtilsTest, UpdateFilePathIfExistCutsALongNameBeforeItsNumber) {
     // In a missing folder, a name too long for the disk still reads "not found".
     const ioPath proposed = At("missing/" + std::string(1100, 'x') + "b");
-    const std::string endings[] = {"x.txt",     "x (1).txt", "x (2).txt", "x (3).txt", "x (4).txt",
-                                   "x (5).txt", "x (6).txt", "x (7).txt", "x (8).txt",
-                                   "xb (9).txt"};  // counter 10: the cut moves one further left
+    const std::string endings[] = {
+        "x.txt",     "x (1).txt", "x (2).txt", "x (3).txt", "x (4).txt", "x (5).txt",
+        "x (6).txt", "x (7).txt", "x (8).txt", "xb (9).txt"};  // counter 10: the cut moves one further left
     std::set<ioPath> reserved;
     for (const std::string& ending : endings) {
         ioPath path = proposed;
@@ -127,45 +111,27 @@ TEST_F(FileUtilsTest, UpdateFilePathIfExistCutsALongNameBeforeItsNumber) {
     }
 }
 
-TEST_F(FileUtilsTest, UpdateFilePathIfExistThrowsForANameThatCannotBeCut) {
-    const auto expectEraseOutOfRange = [](ioPath path) {
+TEST_F(FileUtilsTest, UpdateFilePathIfExistThrowsForANameThatCannotBeCutOrAStatusFailure) {
+    // Spaces only, and a long name beside a folder of more than 1024 bytes.
+    for (ioPath path : {At("   "), At("missing/" + std::string(1100, 'd') + "/" + std::string(1100, 'n'))}) {
         try {
             UpdateFilePathIfExist(nullptr, false, "", &path);
             ADD_FAILURE() << "no throw, got " << path.utf8string().substr(0, 60);
         } catch (const std::out_of_range& e) {
             EXPECT_EQ(std::string(e.what()).rfind("basic_string::erase", 0), 0u) << e.what();
         }
-    };
-    expectEraseOutOfRange(At("   "));
-    std::string deep = At("missing").utf8string();  // no name fits beside a folder of 1024 bytes and more
-    for (int i = 0; i < 5; ++i) {
-        deep += "/" + std::string(230, 'd');
     }
-    expectEraseOutOfRange(deep + "/" + std::string(1100, 'n'));
-}
-
-TEST_F(FileUtilsTest, UpdateFilePathIfExistLeavesTheExtensionOnAStatusFailure) {
     ioPath path = At(std::string(300, 'n'));
     EXPECT_THROW(UpdateFilePathIfExist(nullptr, false, "txt", &path), fs::filesystem_error);
-    EXPECT_EQ(path.utf8string(), At(std::string(300, 'n') + ".txt").utf8string());
-    UpdateFilePathIfExist(nullptr, false, "txt", nullptr);
+    EXPECT_EQ(path.utf8string(), At(std::string(300, 'n') + ".txt").utf8string());  // the new extension stays
 }
 
 TEST(MakeDirectoryToFileListMap, GroupsInFirstSeenOrderWithoutDuplicates) {
-    std::vector<std::pair<std::string, std::vector<std::string>>> groups;
-    for (const auto& [folder, files] : MakeDirectoryToFileListMap(
-             {"/b/y.txt", "/a/x.txt", "x.txt", "/b/y.txt", "/a//z.txt", "/a/", "/a/z.txt", "/A/x.txt"})) {
-        groups.push_back({folder.utf8string(), {}});
-        for (const ioPath& file : files) {
-            groups.back().second.push_back(file.utf8string());
-        }
-    }
-    const decltype(groups) expected = {
-        {"", {"x.txt"}},
-        {"/A", {"/A/x.txt"}},
-        {"/a", {"/a/x.txt", "/a//z.txt", "/a/"}},  // "/a/z.txt" is the same file as "/a//z.txt"
-        {"/b", {"/b/y.txt"}},
-    };
+    const auto groups = MakeDirectoryToFileListMap(
+        {"/b/y.txt", "/a/x.txt", "x.txt", "/b/y.txt", "/a//z.txt", "/a/", "/a/z.txt", "/A/x.txt"});
+    const std::map<ioPath, std::vector<ioPath>> expected = {
+        {"", {"x.txt"}}, {"/A", {"/A/x.txt"}}, {"/a", {"/a/x.txt", "/a//z.txt", "/a/"}}, {"/b", {"/b/y.txt"}}};
     EXPECT_EQ(groups, expected);
+    EXPECT_EQ(groups.at("/a")[1].utf8string(), "/a//z.txt");  // "/a/z.txt" is the same file, listed as first spelt
     EXPECT_TRUE(MakeDirectoryToFileListMap({}).empty());
 }
