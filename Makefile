@@ -22,6 +22,9 @@ demo: deps
 	$(BUILD)/release/bin/tarsel show examples/settings.json
 	$(BUILD)/release/bin/tarsel get examples/settings.json playback/frameRateRatio
 	$(BUILD)/release/bin/tarsel get examples/settings.json export/presets/1/name
+	$(BUILD)/release/bin/tarsel md5 examples/settings.json
+	$(BUILD)/release/bin/tarsel ratio 23.976 --max 1001
+	$(BUILD)/release/bin/tarsel uuid
 
 test: deps
 	@cmake -S . -B $(BUILD)/debug -DCMAKE_BUILD_TYPE=Debug $(CMAKE_FLAGS) > /dev/null

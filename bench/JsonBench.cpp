@@ -2,6 +2,8 @@
 // nlohmann::json and boost.property_tree, on the same documents in one run.
 // Throughput is the size of the source document over the time, in every
 // column, so the columns compare the same information.
+#include "BenchSupport.h"
+
 #include <Core/Interfaces/PropertySerializer.h>
 
 #include <benchmark/benchmark.h>
@@ -12,10 +14,7 @@
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
-#include <malloc.h>
-
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <iomanip>
 #include <iostream>
@@ -283,25 +282,8 @@ private:
 
 }  // namespace
 
-// Virtual machines can charge a lot for memory touched for the first time
-// (11 us a page on the machines we measure on, 50 to 100 times bare metal),
-// and glibc hands freed memory back to the system after every iteration, so
-// each iteration would fault its whole tree in again and the figures would
-// measure the hypervisor. This keeps freed memory in the process, as in an
-// application that loads documents repeatedly, for every library alike.
-// TARSEL_BENCH_SYSTEM_MALLOC=1 measures with glibc's defaults instead.
-void KeepFreedMemory() {
-    const char* system = std::getenv("TARSEL_BENCH_SYSTEM_MALLOC");
-    if (system != nullptr && std::string(system) == "1") {
-        return;
-    }
-    mallopt(M_TRIM_THRESHOLD, INT32_MAX);
-    mallopt(M_TOP_PAD, 64 << 20);
-    mallopt(M_MMAP_MAX, 0);
-}
-
 int main(int argc, char** argv) {
-    KeepFreedMemory();
+    TarselBench::KeepFreedMemory();
     RegisterAll();
     benchmark::Initialize(&argc, argv);
     CollectingReporter reporter;
