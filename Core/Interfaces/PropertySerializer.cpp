@@ -108,13 +108,34 @@ std::string_view IndexName(std::size_t index, char (&buffer)[24]) {
 // new, so distinct names (nearly always the case) are told apart without
 // comparing them; only a possible repeat needs an exact check.
 class NameFingerprint {
+    template <class Word>
+    static Word Load(const char* bytes) {
+        Word word;
+        std::memcpy(&word, bytes, sizeof word);
+        return word;
+    }
+
 public:
+    // Hashes the length and the first and last eight bytes (fewer for short
+    // names) with one multiplication: a per-byte hash was a tenth of the
+    // time of loading. Names that differ only in between merely share a bit.
     static unsigned Bit(std::string_view name) {
-        std::uint64_t hash = 14695981039346656037ULL;  // FNV-1a
-        for (const char c : name) {
-            hash = (hash ^ static_cast<unsigned char>(c)) * 1099511628211ULL;
+        const char* const text = name.data();
+        const std::size_t length = name.size();
+        std::uint64_t word;
+        if (length >= 8) {
+            word = Load<std::uint64_t>(text) ^ (Load<std::uint64_t>(text + length - 8) << 7);
+        } else if (length >= 4) {
+            word = Load<std::uint32_t>(text) | std::uint64_t{Load<std::uint32_t>(text + length - 4)} << 32;
+        } else if (length > 0) {
+            word = std::uint64_t{static_cast<unsigned char>(text[0])} << 16 |
+                   std::uint64_t{static_cast<unsigned char>(text[length / 2])} << 8 |
+                   static_cast<unsigned char>(text[length - 1]);
+        } else {
+            word = 0;
         }
-        return static_cast<unsigned>(hash >> 56);
+        word ^= length * 0x9E3779B97F4A7C15ULL;
+        return static_cast<unsigned>((word * 0xD6E8FEB86659FD93ULL) >> 56);
     }
 
     bool Has(unsigned bit) const { return (m_bits[bit / 64] >> (bit % 64) & 1) != 0; }
