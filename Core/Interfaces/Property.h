@@ -12,6 +12,7 @@
 #include <list>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <variant>
 
 namespace Tarsel::Core {
@@ -74,6 +75,17 @@ public:
     // Copies type and content from src but keeps this node's name.
     void CopyDataFrom(const Property& src);
     void Swap(Property& other) noexcept;
+
+    // Only the JSON reader can make this key: it lets the reader construct a
+    // node's name and value in place, where a public constructor would copy
+    // both out of temporaries, once per value of a document.
+    class InPlaceKey {
+        friend class SerializerAccess;
+        InPlaceKey() {}
+    };
+    template <class T, class... Args>
+    Property(InPlaceKey, std::string_view name, std::in_place_type_t<T> type, Args&&... args)
+        : m_name(name), m_value(type, std::forward<Args>(args)...) {}
 
     const std::string& GetName() const noexcept { return m_name; }
     PropertyTypes GetType() const noexcept { return static_cast<PropertyTypes>(m_value.index()); }

@@ -38,11 +38,13 @@ public:
     static Property::ChildListType& Children(Property& node) { return node.m_children; }
     static const Property::ChildListType& Children(const Property& node) { return node.m_children; }
 
-    // Appends an empty container named name.
-    static Property& AppendContainer(Property& parent, std::string_view name) {
-        Property& child = parent.m_children.emplace_back(std::string());
-        child.m_name.assign(name.data(), name.size());
-        return child;
+    using Container = Property::Container;
+
+    // Appends a child named name holding a T made of args, built in place.
+    template <class T, class... Args>
+    static Property& Append(Property& parent, std::string_view name, Args&&... args) {
+        return parent.m_children.emplace_back(Property::InPlaceKey(), name, std::in_place_type<T>,
+                                              std::forward<Args>(args)...);
     }
 
     // Gives dst the type, value and children of src; names stay.
@@ -456,28 +458,13 @@ void SaveScalar(const Property& node, JsonValue& value, JsonAllocator& allocator
 // --- Loading -----------------------------------------------------------------
 
 // A JSON string read under this name becomes a ratio when it reads as one.
-bool TakesRatio(const Property& node) {
-    return node.GetName() == kFrameRateRatioName;
+bool TakesRatio(std::string_view name) {
+    return name == kFrameRateRatioName;
 }
 
-// Assigns a JSON string to a fresh node: a ratio under the name
-// "frameRateRatio" (nothing when the text is no ratio; boost::bad_rational
-// for "n/0"), the full text, zero characters included, under any other name.
-void SetString(Property& node, const char* text, std::size_t length) {
-    if (!TakesRatio(node)) {
-        Access::SetValue<std::string>(node, text, length);
-        return;
-    }
-    Ratio ratio;
-    if (RatioFromString(std::string(text, length), ratio)) {
-        Access::SetValue<Ratio>(node, ratio);
-    }
-}
-
-// The container a member value or array element is loaded into: the first
-// child of that name reset to an empty container, or a new one at the end.
-// A name the fingerprint has not seen (nearly always) is appended without a
-// search; only a possible repeat is looked for, by a scan in small
+// Finds and appends the children of one container as a document is loaded.
+// A name the fingerprint has not seen (nearly always) is certainly new and
+// needs no search; only a possible repeat is looked for, by a scan in small
 // containers and through an index in large ones. A container of n members
 // thus costs O(n).
 class ChildFinder {
@@ -488,33 +475,37 @@ public:
         }
     }
 
-    Property& Obtain(std::string_view name) {
-        const unsigned bit = NameFingerprint::Bit(name);
-        if (m_seen.Has(bit)) {
-            if (Property* existing = Find(name)) {
-                existing->SetArrayType();
-                return *existing;
-            }
+    // The first child named name, reset to an empty container; null if none.
+    Property* ResetExisting(std::string_view name) {
+        Property* existing = m_seen.Has(NameFingerprint::Bit(name)) ? Find(name) : nullptr;
+        if (existing != nullptr) {
+            existing->SetArrayType();
         }
-        return Append(name, bit);
+        return existing;
     }
 
-    // Appends without looking: for names known to be new.
-    Property& Append(std::string_view name) { return Append(name, NameFingerprint::Bit(name)); }
-
-    Property& Container() const { return *m_container; }
-
-private:
-    static constexpr std::size_t kIndexThreshold = 16;
-
-    Property& Append(std::string_view name, unsigned bit) {
-        Property& child = Access::AppendContainer(*m_container, name);
-        m_seen.Set(bit);
+    // Appends a child named name holding a T made of args.
+    template <class T, class... Args>
+    Property& Append(std::string_view name, Args&&... args) {
+        Property& child = Access::Append<T>(*m_container, name, std::forward<Args>(args)...);
+        m_seen.Set(NameFingerprint::Bit(name));
         if (m_index) {
             m_index->emplace(child.GetName(), &child);
         }
         return child;
     }
+
+    // The first child named name reset to an empty container, or a new one at
+    // the end: where SetChild(name) would load a value.
+    Property& Obtain(std::string_view name) {
+        Property* existing = ResetExisting(name);
+        return existing != nullptr ? *existing : Append<Access::Container>(name);
+    }
+
+    Property& Container() const { return *m_container; }
+
+private:
+    static constexpr std::size_t kIndexThreshold = 16;
 
     Property* Find(std::string_view name) {
         Property::ChildListType& children = Access::Children(*m_container);
@@ -559,15 +550,11 @@ class TreeBuilder : public rapidjson::BaseReaderHandler<rapidjson::UTF8<char>, T
 public:
     TreeBuilder(Property& root, bool itemsMode) : m_root(root), m_itemsMode(itemsMode) {}
 
-    bool Null() { return Value([](Property&) {}); }
-    bool Bool(bool b) {
-        return Value([b](Property& node) { Access::SetValue<bool>(node, b); });
-    }
+    bool Null() { return Place<Access::Container>(); }
+    bool Bool(bool b) { return Place<bool>(b); }
     bool Int(int i) { return Int64(i); }
     bool Uint(unsigned u) { return Int64(u); }
-    bool Int64(std::int64_t i) {
-        return Value([i](Property& node) { Access::SetValue<long long>(node, i); });
-    }
+    bool Int64(std::int64_t i) { return Place<long long>(i); }
     bool Uint64(std::uint64_t u) {
         // Beyond the signed range: deliberately nothing.
         if (u > static_cast<std::uint64_t>(std::numeric_limits<long long>::max())) {
@@ -575,11 +562,26 @@ public:
         }
         return Int64(static_cast<std::int64_t>(u));
     }
-    bool Double(double d) {
-        return Value([d](Property& node) { Access::SetValue<double>(node, d); });
-    }
+    bool Double(double d) { return Place<double>(d); }
+    // A string is loaded whole, zero characters included, except under the
+    // name "frameRateRatio": there it is a ratio, or nothing when the text
+    // is none, and "n/0" fails the load with boost::bad_rational.
     bool String(const char* text, rapidjson::SizeType length, bool) {
-        return Value([&](Property& node) { SetString(node, text, length); });
+        if (m_depth == 0 || Stopped() || !m_frames.back().isObject || !TakesRatio(m_key)) {
+            return Place<std::string>(text, length);
+        }
+        Ratio ratio;
+        try {
+            if (RatioFromString(std::string(text, length), ratio)) {
+                return Place<Ratio>(ratio);
+            }
+        } catch (const boost::bad_rational&) {
+            Place<Access::Container>();
+            m_failure = std::current_exception();
+            m_failureItem = ItemIndex();
+            return true;
+        }
+        return Place<Access::Container>();
     }
 
     bool StartObject() { return Start(true); }
@@ -625,7 +627,7 @@ private:
             m_frames.push_back(Frame{ChildFinder(m_root), isObject});
             return true;
         }
-        Property& child = NextChild();
+        Property& child = AddChild<Access::Container>();
         m_frames.push_back(Frame{ChildFinder(child), isObject});
         return true;
     }
@@ -638,33 +640,37 @@ private:
         return true;
     }
 
-    // A scalar at the root is refused: only objects and arrays are documents.
-    template <class Assign>
-    bool Value(Assign assign) {
+    // Loads the next value as a T made of args. A scalar at the root is
+    // refused: only objects and arrays are documents.
+    template <class T, class... Args>
+    bool Place(Args&&... args) {
         if (m_depth == 0) {
             return false;
         }
         if (!Stopped()) {
-            Property& node = NextChild();
-            try {
-                assign(node);
-            } catch (const boost::bad_rational&) {
-                m_failure = std::current_exception();
-                m_failureItem = ItemIndex();
-            }
+            AddChild<T>(std::forward<Args>(args)...);
         }
         return true;
     }
 
-    // The container the next value goes into.
-    Property& NextChild() {
+    // The child the next value goes into, holding a T made of args: the
+    // first member of the key's name in an object (except at item level),
+    // otherwise a new child, named by its position in an array.
+    template <class T, class... Args>
+    Property& AddChild(Args&&... args) {
         Frame& frame = m_frames.back();
-        if (frame.isObject) {
-            return AtItemLevel() ? frame.children.Append(m_key) : frame.children.Obtain(m_key);
+        if (!frame.isObject) {
+            char buffer[24];
+            const std::size_t count = Access::Children(frame.children.Container()).size();
+            return frame.children.template Append<T>(IndexName(count, buffer), std::forward<Args>(args)...);
         }
-        char buffer[24];
-        const std::size_t count = Access::Children(frame.children.Container()).size();
-        return frame.children.Append(IndexName(count, buffer));
+        if (!AtItemLevel()) {
+            if (Property* existing = frame.children.ResetExisting(m_key)) {
+                Access::SetValue<T>(*existing, std::forward<Args>(args)...);
+                return *existing;
+            }
+        }
+        return frame.children.template Append<T>(m_key, std::forward<Args>(args)...);
     }
 
     // Records the exception that the public operation raises for the same
@@ -811,7 +817,7 @@ void LoadScalar(Property& target, const JsonValue& value) {
     } else if (value.IsString()) {
         const std::string text(value.GetString(), value.GetStringLength());
         Ratio ratio;
-        if (!TakesRatio(target)) {
+        if (!TakesRatio(target.GetName())) {
             target = text;
         } else if (RatioFromString(text, ratio)) {
             target = ratio;
