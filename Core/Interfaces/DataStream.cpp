@@ -48,14 +48,15 @@ WholeInput ReadWholeInput(IDataInput& input, std::size_t padding) {
         throw std::bad_alloc();
     }
     const std::size_t capacity = size + padding == 0 ? 1 : size + padding;
-    // calloc: large blocks come from the system already zeroed and untouched,
-    // so the buffer is written once, by the input.
-    std::unique_ptr<char[], FreeBytes> bytes(static_cast<char*>(std::calloc(capacity, 1)));
+    std::unique_ptr<char[], FreeBytes> bytes(static_cast<char*>(std::malloc(capacity)));
     if (!bytes) {
         throw std::bad_alloc();
     }
     Platform::AdviseLargeBlock(bytes.get(), capacity);
-    input.Read(bytes.get(), size);
+    // Only what the input did not deliver is zeroed: zeroing the whole block
+    // first (calloc) would write a reused block twice.
+    const std::size_t delivered = std::min(input.Read(bytes.get(), size), size);
+    std::memset(bytes.get() + delivered, 0, capacity - delivered);
     return WholeInput{std::move(bytes), size};
 }
 

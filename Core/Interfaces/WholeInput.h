@@ -19,9 +19,9 @@ struct WholeInput {
     std::size_t size;
 };
 
-// The whole content of input: GetSize, then one Read into a zero-filled
-// buffer of that size followed by padding more zero bytes. Bytes the input
-// does not deliver stay zero, so a short read reads as zeros.
+// The whole content of input: GetSize, then one Read into a buffer of that
+// size followed by padding zero bytes. The bytes beyond the count Read
+// returns are zero as well, so a short read reads as zeros.
 // Throws std::bad_alloc for a size that cannot be buffered; exceptions of the
 // input pass through.
 WholeInput ReadWholeInput(IDataInput& input, std::size_t padding);
