@@ -475,31 +475,32 @@ public:
         }
     }
 
-    // The first child named name, reset to an empty container; null if none.
-    Property* ResetExisting(std::string_view name) {
-        Property* existing = m_seen.Has(NameFingerprint::Bit(name)) ? Find(name) : nullptr;
-        if (existing != nullptr) {
-            existing->SetArrayType();
+    // Loads a member: the first child named name, reset, or else a new child
+    // at the end, is given a T made of args.
+    template <class T, class... Args>
+    Property& Member(std::string_view name, Args&&... args) {
+        const unsigned bit = NameFingerprint::Bit(name);
+        if (m_seen.Has(bit)) {
+            if (Property* existing = Find(name)) {
+                existing->SetArrayType();
+                Access::SetValue<T>(*existing, std::forward<Args>(args)...);
+                return *existing;
+            }
         }
-        return existing;
+        m_seen.Set(bit);
+        return Append<T>(name, std::forward<Args>(args)...);
     }
 
-    // Appends a child named name holding a T made of args.
+    // Appends a child named name holding a T made of args, without looking
+    // for its name or remembering it: for containers that are never searched
+    // (arrays, and the items collected for a merge).
     template <class T, class... Args>
     Property& Append(std::string_view name, Args&&... args) {
         Property& child = Access::Append<T>(*m_container, name, std::forward<Args>(args)...);
-        m_seen.Set(NameFingerprint::Bit(name));
         if (m_index) {
             m_index->emplace(child.GetName(), &child);
         }
         return child;
-    }
-
-    // The first child named name reset to an empty container, or a new one at
-    // the end: where SetChild(name) would load a value.
-    Property& Obtain(std::string_view name) {
-        Property* existing = ResetExisting(name);
-        return existing != nullptr ? *existing : Append<Access::Container>(name);
     }
 
     Property& Container() const { return *m_container; }
@@ -664,13 +665,10 @@ private:
             const std::size_t count = Access::Children(frame.children.Container()).size();
             return frame.children.template Append<T>(IndexName(count, buffer), std::forward<Args>(args)...);
         }
-        if (!AtItemLevel()) {
-            if (Property* existing = frame.children.ResetExisting(m_key)) {
-                Access::SetValue<T>(*existing, std::forward<Args>(args)...);
-                return *existing;
-            }
+        if (AtItemLevel()) {
+            return frame.children.template Append<T>(m_key, std::forward<Args>(args)...);
         }
-        return frame.children.template Append<T>(m_key, std::forward<Args>(args)...);
+        return frame.children.template Member<T>(m_key, std::forward<Args>(args)...);
     }
 
     // Records the exception that the public operation raises for the same
@@ -775,7 +773,7 @@ void ApplyItems(Property& target, Property& items, const TreeBuilder& builder) {
         if (name.empty() || target.GetType() != TypeArray) {
             target.SetChild(name);  // throws the refusal
         }
-        Access::TakeContent(finder.Obtain(name), item);
+        Access::TakeContent(finder.Member<Access::Container>(name), item);
         if (builder.Failure() && index == builder.FailureItem()) {
             std::rethrow_exception(builder.Failure());
         }
