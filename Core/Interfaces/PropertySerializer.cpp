@@ -20,10 +20,12 @@
 #include <charconv>
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <limits>
 #include <memory>
+#include <new>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
@@ -263,7 +265,8 @@ std::size_t FormatDoubleSixDigits(double value, char* out) {
 }
 
 // A growable text buffer written through a cursor: one capacity check per
-// value rather than one per character.
+// value rather than one per character. It grows with realloc, which can
+// extend a large block in place or remap it instead of copying the text.
 class TextBuffer {
 public:
     // Room for n more characters; returns where they go. Commit the end.
@@ -291,16 +294,17 @@ private:
         const std::size_t size = static_cast<std::size_t>(m_cursor - m_data.get());
         const std::size_t capacity = std::max({std::size_t{4096}, 2 * static_cast<std::size_t>(m_end - m_data.get()),
                                                size + needed});
-        std::unique_ptr<char[]> data(new char[capacity]);
-        if (size > 0) {
-            std::memcpy(data.get(), m_data.get(), size);
+        char* data = static_cast<char*>(std::realloc(m_data.get(), capacity));
+        if (data == nullptr) {
+            throw std::bad_alloc();  // the text so far stays as it was
         }
-        m_data = std::move(data);
-        m_cursor = m_data.get() + size;
-        m_end = m_data.get() + capacity;
+        m_data.release();
+        m_data.reset(data);
+        m_cursor = data + size;
+        m_end = data + capacity;
     }
 
-    std::unique_ptr<char[]> m_data;
+    std::unique_ptr<char[], FreeBytes> m_data;
     char* m_cursor = nullptr;
     char* m_end = nullptr;
 };
