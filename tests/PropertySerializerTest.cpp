@@ -179,13 +179,14 @@ TEST(Serialize, ValuesMapAsDocumented) {
     p.SetChild("yes", Property("", true));
     p.SetChild("text", Property("", std::string("q\"b\\s/\x01\x1f\b\t\n\f\r\x7f\xc3\xa9\0z", 18)));
     p.SetChild("ratio", Property("", Ratio(-1, 2)));
+    p.SetChild("lowest", Property("", Ratio(std::numeric_limits<long long>::min())));
     p.AddWithName(std::string("nul\0cut", 7), Property("", 1));  // keys end at a zero character
     p.SetChildT<double>("inf", std::numeric_limits<double>::infinity());
     p.SetChild("list").Add(Property("", 5));
     EXPECT_EQ(Serialize(p), R"({"empty":{},"two":2.00000,"int":-2,"yes":true,)"
                             R"("text":"q\"b\\s/\u0001\u001F\b\t\n\f\r)"
                             "\x7f\xc3\xa9"
-                            R"(\u0000z","ratio":"-1/2","nul":1,"inf":null,"list":{"0":5}})");
+                            R"(\u0000z","ratio":"-1/2","lowest":"-9223372036854775808/1","nul":1,"inf":null,"list":{"0":5}})");
     EXPECT_EQ(Serialize(Property("d", 0.1)), "0.100000");  // a bare value without wrapping
 
     // Children sharing a name write into the first member; later ones stay null.

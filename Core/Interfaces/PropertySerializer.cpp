@@ -108,6 +108,16 @@ std::string_view IndexName(std::size_t index, char (&buffer)[24]) {
     return std::string_view(buffer, static_cast<std::size_t>(result.ptr - buffer));
 }
 
+// Writes numerator "/" denominator, the text StringFromRatio gives, without
+// a formatting stream per value (that was a tenth of the time of saving) and
+// whatever the global locale.
+std::string_view RatioText(const Ratio& ratio, char (&buffer)[48]) {
+    char* end = std::to_chars(buffer, buffer + sizeof buffer, ratio.numerator()).ptr;
+    *end++ = '/';
+    end = std::to_chars(end, buffer + sizeof buffer, ratio.denominator()).ptr;
+    return std::string_view(buffer, static_cast<std::size_t>(end - buffer));
+}
+
 // One bit of 256 for each name seen: a name whose bit is clear is certainly
 // new, so distinct names (nearly always the case) are told apart without
 // comparing them; only a possible repeat needs an exact check.
@@ -363,9 +373,11 @@ private:
         case TypeString:
             WriteString(Access::String(node));
             break;
-        case TypeRatio:
-            WriteString(StringFromRatio(Access::RatioValue(node)));
+        case TypeRatio: {
+            char buffer[48];
+            WriteString(RatioText(Access::RatioValue(node), buffer));
             break;
+        }
         case TypeArray:
             m_out.Put('{');
             m_stack.emplace_back(node);
@@ -450,7 +462,8 @@ void SaveScalar(const Property& node, JsonValue& value, JsonAllocator& allocator
         break;
     }
     case TypeRatio: {
-        const std::string text = StringFromRatio(Access::RatioValue(node));
+        char buffer[48];
+        const std::string_view text = RatioText(Access::RatioValue(node), buffer);
         value.SetString(text.data(), static_cast<rapidjson::SizeType>(text.size()), allocator);
         break;
     }
