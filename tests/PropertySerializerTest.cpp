@@ -197,6 +197,15 @@ TEST(Serialize, ValuesMapAsDocumented) {
     const std::string text = Serialize(dup);
     EXPECT_EQ(text.substr(0, 17), R"({"k0":20,"k1":21,)");
     EXPECT_EQ(text.substr(text.size() - 22), R"("k18":null,"k19":null})");
+    // Distinct keys are never taken for repeats, in records checked key by
+    // key (up to 32 members) and in larger ones.
+    for (const int count : {32, 33}) {
+        Property distinct("d");
+        for (int i = 0; i < count; ++i) {
+            distinct.CreateChildT<long long>("k" + std::to_string(i), i);
+        }
+        EXPECT_EQ(Serialize(distinct).find("null"), std::string::npos) << count;
+    }
 }
 
 TEST(Serialize, DoublesAreWrittenLikePercentHashG) {
