@@ -112,9 +112,10 @@ void ExpectParseError(Property& target, const std::string& text) {
     EXPECT_EQ(Describe(target), before) << text.substr(0, 80);
 }
 
-// "%#g" as C defines it, from the %e and %f conversions: glibc's own "%#g"
-// drops the zeros when rounding carries into a new exponent (999999.5 gives
-// "1.e+06" instead of "1.00000e+06").
+// "%#g" as C defines it, from the %e and %f conversions (glibc's own "%#g"
+// drops the zeros when rounding carries into a new exponent: 999999.5 gives
+// "1.e+06" instead of "1.00000e+06"), with a zero after a bare final point,
+// which JSON does not accept ("123456." is written 123456.0).
 std::string PercentHashG(double value) {
     char scientific[64];
     std::snprintf(scientific, sizeof scientific, "%.5e", value);
@@ -124,7 +125,7 @@ std::string PercentHashG(double value) {
     }
     char fixed[400];
     std::snprintf(fixed, sizeof fixed, "%#.*f", 5 - exponent, value);
-    return fixed;
+    return exponent == 5 ? std::string(fixed) + "0" : fixed;
 }
 
 void RunOnSmallStack(const std::function<void()>& body) {
@@ -221,8 +222,11 @@ TEST(Serialize, DoublesAreWrittenLikePercentHashG) {
         values.push_back(raw);
     }
     for (double value : values) {
-        ASSERT_EQ(Serialize(Property("d", value)), PercentHashG(value)) << value;
+        const std::string text = Serialize(Property("d", value));
+        ASSERT_EQ(text, PercentHashG(value)) << value;
+        ASSERT_EQ(Load("[" + text + "]")[std::size_t{0}].GetType(), TypeDouble) << text;
     }
+    EXPECT_EQ(Serialize(Property("d", -192000.0)), "-192000.0");
 }
 
 TEST(Deserialize, JsonValuesMapAsDocumented) {

@@ -275,7 +275,10 @@ private:
 
 // printf's "%#g" for a finite double: six significant digits, trailing zeros
 // kept, always a decimal point (1.0 gives 1.00000, 1e-05 gives 1.00000e-05),
-// at a fraction of snprintf's cost.
+// at a fraction of snprintf's cost. One deliberate difference: "%#g" ends the
+// values of six integer digits with a bare point (192000.), which no JSON
+// reader accepts, so those get a zero after it (192000.0) and still read back
+// as doubles.
 std::size_t FormatDoubleSixDigits(double value, char* out) {
     constexpr int kPrecision = 6;
     char scientific[32];
@@ -294,6 +297,7 @@ std::size_t FormatDoubleSixDigits(double value, char* out) {
     std::size_t length = static_cast<std::size_t>(fixed.ptr - out);
     if (std::find(out, fixed.ptr, '.') == fixed.ptr) {
         out[length++] = '.';
+        out[length++] = '0';
     }
     return length;
 }
