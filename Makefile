@@ -9,6 +9,7 @@ SANITIZER_ENV = ASAN_OPTIONS=detect_leaks=1:halt_on_error=1:abort_on_error=1:det
                 UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1:suppressions=$(CURDIR)/scripts/ubsan.supp
 
 .PHONY: all demo test sanitize bench install install-check deps clean
+.PHONY: fuzz
 
 all: test
 
@@ -37,6 +38,18 @@ sanitize:
 	    -DTARSEL_SANITIZE=ON -DTARSEL_BUILD_BENCH=OFF $(CMAKE_FLAGS) > /dev/null
 	@cmake --build $(BUILD)/sanitize -j $(JOBS)
 	$(SANITIZER_ENV) ctest --test-dir $(BUILD)/sanitize --output-on-failure -j $(JOBS)
+
+# The libFuzzer targets of fuzz/ under the sanitizers, at -O1 with
+# assertions kept; fuzz/run gives each its regressions, then FUZZ_SECONDS of
+# fuzzing, and fails on the first finding.
+FUZZ_SECONDS ?= 60
+fuzz:
+	@scripts/install-deps --with-clang
+	@cmake -S . -B $(BUILD)/fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -g" \
+	    -DCMAKE_CXX_COMPILER=clang++-14 -DTARSEL_BUILD_FUZZ=ON -DTARSEL_BUILD_TESTS=OFF -DTARSEL_BUILD_BENCH=OFF \
+	    -DTARSEL_BUILD_TOOLS=OFF $(CMAKE_FLAGS) > /dev/null
+	@cmake --build $(BUILD)/fuzz -j $(JOBS)
+	$(SANITIZER_ENV) fuzz/run $(BUILD)/fuzz $(FUZZ_SECONDS)
 
 bench: deps
 	@cmake -S . -B $(BUILD)/bench -DCMAKE_BUILD_TYPE=Release -DTARSEL_BUILD_TESTS=OFF $(CMAKE_FLAGS) > /dev/null

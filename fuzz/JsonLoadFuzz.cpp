@@ -1,0 +1,283 @@
+// Feeds arbitrary bytes to the JSON loader, the way a settings file that an
+// application does not control reaches it, and holds the loader to what it
+// promises:
+// - the only exceptions are the documented refusals (any other one escapes,
+//   and libFuzzer reports it with the input), and a parse error leaves the
+//   target untouched;
+// - the tree and the refusal are those of the plain mapping (each member
+//   through SetChild, each scalar through assignment) applied here to a
+//   RapidJSON DOM of the same text, and PropertySerializer::Load of that DOM
+//   agrees, after a failure part-way too;
+// - saving is idempotent after one normalisation, wrapped or not;
+// - a wrapped load gives the first child of the unwrapped one.
+#include "FuzzCheck.h"
+
+#include <Core/Interfaces/DataStream.h>
+#include <Core/Interfaces/Exceptions.h>
+#include <Core/Interfaces/Property.h>
+#include <Core/Interfaces/PropertySerializer.h>
+
+#include <boost/exception/get_error_info.hpp>
+#include <rapidjson/document.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using namespace Tarsel;
+using namespace Tarsel::Core;
+
+// How a load ended: loaded, or one of the refusals loading documents.
+enum class Outcome { Loaded, ParseError, BadRatio, EmptyKey, NoFirstChild };
+
+template <class LoadFunction>
+Outcome Attempt(LoadFunction load) {
+    try {
+        load();
+        return Outcome::Loaded;
+    } catch (const JsonException& e) {
+        const std::string* text = boost::get_error_info<JsonException::TagParseError>(e);
+        TARSEL_FUZZ_CHECK(text != nullptr && *text == "Parse error");
+        return Outcome::ParseError;
+    } catch (const boost::bad_rational&) {
+        return Outcome::BadRatio;  // a "frameRateRatio" of "n/0"
+    } catch (const std::invalid_argument& e) {
+        TARSEL_FUZZ_CHECK(std::strncmp(e.what(), "name is empty", 13) == 0);
+        return Outcome::EmptyKey;
+    } catch (const IndexIsOutOfBound&) {
+        return Outcome::NoFirstChild;  // wrapped, and nothing was loaded
+    }
+}
+
+Outcome Deserialize(Property& target, const std::string& bytes, bool wrapRoot) {
+    return Attempt([&] { PropertySerializer::Deserialize(target, MemoryDataInput::Create(bytes), wrapRoot); });
+}
+
+std::string Serialize(const Property& property, bool wrapRoot) {
+    const auto output = MemoryDataOutput::Create();
+    PropertySerializer::Serialize(property, output, wrapRoot);
+    return output->GetData();
+}
+
+// Names, types, values and the order of children, all exact: doubles bit
+// for bit, where operator== allows a tolerance and ignores child order.
+// Recursive; every tree compared here is at most kMaxDepth deep.
+bool SameTree(const Property& a, const Property& b) {
+    if (a.GetName() != b.GetName() || a.GetType() != b.GetType()) {
+        return false;
+    }
+    switch (a.GetType()) {
+    case TypeBool:
+        return a.GetBool() == b.GetBool();
+    case TypeDouble: {
+        const double x = a.GetDouble();
+        const double y = b.GetDouble();
+        return std::memcmp(&x, &y, sizeof x) == 0;
+    }
+    case TypeInt64:
+        return a.GetInt64() == b.GetInt64();
+    case TypeString:
+        return a.GetString() == b.GetString();
+    case TypeRatio:
+        return a.GetRatio() == b.GetRatio();
+    case TypeArray:
+        return a.Count() == b.Count() && std::equal(a.begin(), a.end(), b.begin(), SameTree);
+    default:
+        return true;
+    }
+}
+
+bool Untouched(const Property& target) {
+    return SameTree(target, Property("root"));
+}
+
+// The mapping as loading documents it, one public operation at a time: each
+// member through SetChild (first match), each element named by the current
+// Count, scalars assigned, checked in the order array, object, bool, double,
+// integer, string. Quadratic and recursive, which inputs of a few KiB nested
+// at most kMaxDepth deep can afford.
+void ReferenceLoad(Property& target, const rapidjson::Value& value) {
+    if (value.IsArray()) {
+        for (const rapidjson::Value& element : value.GetArray()) {
+            ReferenceLoad(target.SetChild(std::to_string(target.Count())), element);
+        }
+    } else if (value.IsObject()) {
+        for (const auto& member : value.GetObject()) {
+            // The key up to its first zero character.
+            ReferenceLoad(target.SetChild(std::string(member.name.GetString())), member.value);
+        }
+    } else if (value.IsBool()) {
+        target = value.GetBool();
+    } else if (value.IsDouble()) {
+        target = value.GetDouble();
+    } else if (value.IsInt64()) {
+        target = static_cast<long long>(value.GetInt64());
+    } else if (value.IsString()) {
+        const std::string text(value.GetString(), value.GetStringLength());
+        Ratio ratio;
+        if (target.GetName() != "frameRateRatio") {
+            target = text;
+        } else if (RatioFromString(text, ratio)) {
+            target = ratio;
+        }
+    }
+}
+
+// The deepest nesting of objects and arrays, walked without recursion: the
+// DOM itself may be far deeper than the loader accepts.
+unsigned Depth(const rapidjson::Value& root) {
+    std::vector<std::pair<const rapidjson::Value*, unsigned>> pending{{&root, 1}};
+    unsigned deepest = 0;
+    while (!pending.empty()) {
+        const auto [value, depth] = pending.back();
+        pending.pop_back();
+        if (value->IsArray()) {
+            deepest = std::max(deepest, depth);
+            for (const rapidjson::Value& element : value->GetArray()) {
+                pending.emplace_back(&element, depth + 1);
+            }
+        } else if (value->IsObject()) {
+            deepest = std::max(deepest, depth);
+            for (const auto& member : value->GetObject()) {
+                pending.emplace_back(&member.value, depth + 1);
+            }
+        }
+    }
+    return deepest;
+}
+
+// The DOM reads the same characters as the loader (up to the first zero
+// byte) with the same reader, not in situ. The text is a document when the
+// DOM parses, its root is an object or an array and it is at most kMaxDepth
+// deep; exactly then the loader must not answer "Parse error".
+void CheckAgainstDom(const std::string& bytes, Outcome outcome, const Property& loaded) {
+    rapidjson::Document dom;
+    dom.Parse<rapidjson::kParseIterativeFlag>(bytes.c_str());
+    const bool containerRoot = !dom.HasParseError() && (dom.IsObject() || dom.IsArray());
+    const bool document = containerRoot && Depth(dom) <= PropertySerializer::kMaxDepth;
+    TARSEL_FUZZ_CHECK(document == (outcome != Outcome::ParseError));
+    if (!containerRoot) {
+        return;
+    }
+    Property viaLoad("root");
+    TARSEL_FUZZ_CHECK(Attempt([&] { PropertySerializer::Load(viaLoad, dom); }) == outcome);
+    TARSEL_FUZZ_CHECK(SameTree(viaLoad, loaded));
+    if (!document) {
+        return;
+    }
+    Property reference("root");
+    TARSEL_FUZZ_CHECK(Attempt([&] { ReferenceLoad(reference, dom); }) == outcome);
+    TARSEL_FUZZ_CHECK(SameTree(reference, loaded));
+}
+
+// Calls visit with every double of the tree.
+template <class Visit>
+void ForEachDouble(const Property& node, Visit& visit) {
+    if (node.GetType() == TypeDouble) {
+        visit(node.GetDouble());
+    } else if (node.GetType() == TypeArray) {
+        for (const Property& child : node) {
+            ForEachDouble(child, visit);
+        }
+    }
+}
+
+template <class Predicate>
+bool AnyDouble(const Property& tree, Predicate predicate) {
+    bool found = false;
+    auto visit = [&](double value) { found = found || predicate(value); };
+    ForEachDouble(tree, visit);
+    return found;
+}
+
+// printf's own "%#g", the documented form of a saved double.
+std::string PrintfG(double value) {
+    char buffer[64];
+    std::snprintf(buffer, sizeof buffer, "%#g", value);
+    return buffer;
+}
+
+// Every finite double is saved exactly as printf writes it.
+void CheckSavedDoubles(const Property& tree) {
+    auto visit = [](double value) {
+        if (std::isfinite(value)) {
+            TARSEL_FUZZ_CHECK(Serialize(Property("d", value), true) == "{\"d\":" + PrintfG(value) + "}");
+        }
+    };
+    ForEachDouble(tree, visit);
+}
+
+// Loads text and saves what it gave.
+std::string Resave(const std::string& text, bool wrapRoot) {
+    Property reloaded("root");
+    TARSEL_FUZZ_CHECK(Deserialize(reloaded, text, wrapRoot) == Outcome::Loaded);
+    return Serialize(reloaded, wrapRoot);
+}
+
+// One save normalises (six significant digits for doubles, reduced ratios,
+// empty objects for nulls and dropped numbers); from then on loading and
+// saving give the same text back, byte for byte.
+//
+// Narrowed for doubles that are not finite: RapidJSON 1.1 bounds only the
+// exponent, so 2e308 loads as infinity. Saving writes it as null, which
+// loads as an empty container and saves as {}, all as documented; such a
+// tree settles at the second save, and that one is checked instead.
+void CheckSavingIsIdempotent(const Property& tree, bool wrapRoot) {
+    // KNOWN FINDING, skipped until the writer changes: "%#g" keeps the point
+    // but writes no fraction digit for six integer digits (192000.0 gives
+    // "192000."), which is not JSON, so such a text does not load again.
+    // Reproducer: fuzz/regressions/JsonLoadFuzz/six-integer-digit-double.json.
+    if (AnyDouble(tree, [](double value) { return std::isfinite(value) && PrintfG(value).back() == '.'; })) {
+        return;
+    }
+    std::string saved = Serialize(tree, wrapRoot);
+    if (AnyDouble(tree, [](double value) { return !std::isfinite(value); })) {
+        saved = Resave(saved, wrapRoot);
+    }
+    TARSEL_FUZZ_CHECK(Resave(saved, wrapRoot) == saved);
+}
+
+// Loading wrapped is loading plain and keeping the first child; a document
+// that loads no child has none to keep.
+void CheckWrappedLoad(const std::string& bytes, Outcome plainOutcome, const Property& plain) {
+    Property wrapped("root");
+    const Outcome outcome = Deserialize(wrapped, bytes, true);
+    if (plainOutcome != Outcome::Loaded) {
+        TARSEL_FUZZ_CHECK(outcome == plainOutcome);
+        TARSEL_FUZZ_CHECK(outcome != Outcome::ParseError || Untouched(wrapped));
+        return;
+    }
+    if (plain.Count() == 0) {
+        TARSEL_FUZZ_CHECK(outcome == Outcome::NoFirstChild);
+        return;
+    }
+    TARSEL_FUZZ_CHECK(outcome == Outcome::Loaded);
+    TARSEL_FUZZ_CHECK(SameTree(wrapped, *plain.begin()));
+    CheckSavingIsIdempotent(wrapped, true);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const std::string bytes(reinterpret_cast<const char*>(data), size);
+    Property loaded("root");
+    const Outcome outcome = Deserialize(loaded, bytes, false);
+    TARSEL_FUZZ_CHECK(outcome != Outcome::NoFirstChild);
+    TARSEL_FUZZ_CHECK(outcome != Outcome::ParseError || Untouched(loaded));
+    CheckAgainstDom(bytes, outcome, loaded);
+    if (outcome == Outcome::Loaded) {
+        CheckSavedDoubles(loaded);
+        CheckSavingIsIdempotent(loaded, false);
+    }
+    CheckWrappedLoad(bytes, outcome, loaded);
+    return 0;
+}
