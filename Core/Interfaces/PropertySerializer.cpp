@@ -608,7 +608,9 @@ public:
         }
         return Int64(static_cast<std::int64_t>(u));
     }
-    bool Double(double d) { return Place<double>(d); }
+    // RapidJSON refuses 1e309 but reads 2e308 as infinity; both are beyond
+    // what a JSON number can mean here, so both are parse errors.
+    bool Double(double d) { return std::isfinite(d) && Place<double>(d); }
     // A string is loaded whole, zero characters included, except under the
     // name "frameRateRatio": there it is a ratio, or nothing when the text
     // is none, and "n/0" fails the load with boost::bad_rational.
