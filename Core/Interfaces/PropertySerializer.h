@@ -53,9 +53,12 @@ public:
 
     // Writes property as JSON to output, wrapped in {name: value} when
     // wrapRoot is set. The whole text is built before anything is written,
-    // so a failure writes nothing; then output receives it in one Write. A non-container
-    // property without wrapping is written as a bare value. Doubles that are
-    // not finite are written as null, since JSON has no text for them.
+    // so a failure writes nothing; then output receives it in one Write. A
+    // non-container property without wrapping is written as a bare value.
+    // Doubles are written as printf's "%#g" does (29.97 gives 29.9700), except
+    // that a bare final point gets a zero (192000.0, not 192000.), which JSON
+    // requires; doubles that are not finite are written as null, since JSON
+    // has no text for them.
     static void Serialize(const Property& property, boost::intrusive_ptr<IDataOutput> output, bool wrapRoot);
 
     // Fills value from property: containers become objects, one member per
@@ -71,9 +74,11 @@ public:
     //
     // Throws JsonException with TagParseError "Parse error", leaving property
     // untouched, for any syntax error, a root that is not an object or an
-    // array, or nesting deeper than 512 levels. A failure while loading (see
-    // Load) keeps what was loaded before it. A size that cannot be buffered
-    // throws std::bad_alloc; exceptions of the input pass through.
+    // array, nesting deeper than 512 levels, or a number beyond the range of
+    // a double (2e308). A failure while loading (see Load) keeps what was
+    // loaded before it. With wrapRoot, a document that loads no child throws
+    // IndexIsOutOfBound. A size that cannot be buffered throws
+    // std::bad_alloc; exceptions of the input pass through.
     static void Deserialize(Property& property, boost::intrusive_ptr<IDataInput> input, bool wrapRoot);
 
     // Loads value into property. Each object member becomes the child
@@ -86,8 +91,9 @@ public:
     // Throws MethodIsNotApplicable when members or elements meet a property
     // that is not a container, std::invalid_argument ("name is empty") for an
     // empty key, boost::bad_rational for a "frameRateRatio" of "n/0"; what was
-    // loaded before the failure stays. A value nested deeper than 512 levels
-    // throws JsonException "Parse error" and loads nothing.
+    // loaded before the failure stays. A value nested deeper than 512 levels,
+    // or holding a double that is not finite, throws JsonException "Parse
+    // error" and loads nothing.
     static void Load(Property& property, const JsonValue& value);
 
     // The deepest nesting of objects and arrays that is accepted.
