@@ -339,6 +339,13 @@ TEST(PropertySerializer, SaveAndLoadAgreeWithSerializeAndDeserialize) {
     PropertySerializer::Load(ratio, rapidjson::Value("30/1"));
     PropertySerializer::Load(ratio, rapidjson::Value(rapidjson::kNullType));
     EXPECT_EQ(ratio.GetRatio(), Ratio(30));
+
+    // A DOM can hold what no JSON text can: an infinite double is refused.
+    rapidjson::Document infinite;
+    infinite.SetArray().PushBack(std::numeric_limits<double>::infinity(), infinite.GetAllocator());
+    Property untouched("u");
+    EXPECT_THROW(PropertySerializer::Load(untouched, infinite), JsonException);
+    EXPECT_EQ(untouched.Count(), 0u);
 }
 
 TEST(PropertySerializer, RandomTreesRoundTrip) {
