@@ -60,13 +60,9 @@ std::vector<std::function<void()>> DefaultThrowers() {
 
 }  // namespace
 
-TEST(WrongTypeIsRequested, CarriesNodeFactsStackAndThrowSiteAndIsCaughtByEveryBase) {
-    const Property node("settings");
-    const auto get = [&] { node.GetBool(); };
-    const auto e = CatchAs<WrongTypeIsRequested>(get);
+TEST(WrongTypeIsRequested, CarriesNodeFactsStackAndThrowSite) {
+    const auto e = CatchAs<WrongTypeIsRequested>([] { Property("settings").GetBool(); });
     EXPECT_EQ(*boost::get_error_info<PropertyException::TagPropertyName>(e), "settings");
-    EXPECT_EQ(*boost::get_error_info<PropertyException::TagPropertyType>(e), TypeArray);
-    EXPECT_EQ(*boost::get_error_info<PropertyException::TagRequestedType>(e), TypeBool);
     const std::string* stack = boost::get_error_info<TagCallStack>(e);
     ASSERT_NE(stack, nullptr);
     EXPECT_NE(stack->find("Tarsel::Core::Property::GetBool() const"), std::string::npos) << *stack;
@@ -78,23 +74,21 @@ TEST(WrongTypeIsRequested, CarriesNodeFactsStackAndThrowSiteAndIsCaughtByEveryBa
     EXPECT_STREQ(*boost::get_error_info<boost::throw_function>(e), "bool Tarsel::Core::Property::GetBool() const");
     EXPECT_STREQ(*boost::get_error_info<boost::throw_file>(e), "Core/Interfaces/Property.cpp");
     EXPECT_GT(*boost::get_error_info<boost::throw_line>(e), 0);
+    // The type tags by their numbers, as a log shows them: Array is 6, Bool 1.
     const std::string text = boost::diagnostic_information(e);
     EXPECT_NE(text.find("TagPropertyType*] = 6"), std::string::npos) << text;
     EXPECT_NE(text.find("TagRequestedType*] = 1"), std::string::npos) << text;
-
-    EXPECT_EQ(WhatCaughtAs<CoreException>(get), kGenericWhat);
-    EXPECT_EQ(WhatCaughtAs<Tarsel::Exception>(get), kGenericWhat);
-    EXPECT_EQ(WhatCaughtAs<std::exception>(get), kGenericWhat);
-    EXPECT_EQ(WhatCaughtAs<boost::exception>(get), kGenericWhat);
 }
 
-TEST(ExceptionTree, BoostExceptionCatchesAllAndCoreExceptionAllButTheRoot) {
+TEST(ExceptionTree, EveryBaseCatchesEveryLibraryExceptionAndCoreExceptionAllButTheRoot) {
     auto throwers =
         DefaultThrowers<CoreException, IOException, PropertyException, MethodIsNotApplicable, WrongTypeIsRequested,
                         ChildNameIsNotFound, IndexIsOutOfBound, ComparedPropertiesHaveDifferentTypes, JsonException>();
     throwers.push_back([] { throw MemoryException("d", 1); });
+    throwers.push_back([] { Property("settings").GetBool(); });  // as thrown, with its tags and stack
     for (const auto& thrower : throwers) {
         EXPECT_EQ(WhatCaughtAs<CoreException>(thrower), kGenericWhat);
+        EXPECT_EQ(WhatCaughtAs<Tarsel::Exception>(thrower), kGenericWhat);
         EXPECT_EQ(WhatCaughtAs<std::exception>(thrower), kGenericWhat);
         EXPECT_EQ(WhatCaughtAs<boost::exception>(thrower), kGenericWhat);
     }

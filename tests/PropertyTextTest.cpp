@@ -104,16 +104,8 @@ TEST(PrintPropertyValue, NestedTreeText) {
     root.SetChildT<double>("d", 0.25);
     std::ostringstream out;
     PrintPropertyValue(root, 0, out, true, true);
-    EXPECT_EQ(out.str(),
-              "root: Array\n"
-              "\ta: 1\n"
-              "\tb: x\n"
-              "\tinner: Array\n"
-              "\t\tr: 30000/1001\n"
-              "\t\tf: 1\n"
-              "\n"
-              "\td: 0.25\n"
-              "\n");
+    // A container's line ends after "Array" and again after its last child.
+    EXPECT_EQ(out.str(), "root: Array\n\ta: 1\n\tb: x\n\tinner: Array\n\t\tr: 30000/1001\n\t\tf: 1\n\n\td: 0.25\n\n");
 
     std::ostringstream bare;
     // No name, no indent, no line end; the stream's own formatting applies.
