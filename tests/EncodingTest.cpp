@@ -77,3 +77,19 @@ TEST(Utf8Decoding, MalformedInputThrowsTheExactUtf8CppType) {
     ExpectEveryDecoderThrows<utf8::invalid_code_point>("\xED\xA0\x80");      // ED A0 80, U+D800
     ExpectEveryDecoderThrows<utf8::invalid_code_point>("\xF4\x90\x80\x80");  // U+110000
 }
+
+TEST(Utf16String, BehavesAsAStringOfUnsignedUnits) {
+    const Utf16String hi = Units({0x48, 0x69});
+    const Utf16String surrogate = Units({0xD800});  // the short -10240
+    EXPECT_LT(hi, surrogate);                       // compared as units, not as signed shorts
+    EXPECT_GT(Units({0x48, 0x69, 0x21}), hi);       // a longer string after its prefix
+    EXPECT_EQ(hi.compare(Units({0x48, 0x69})), 0);
+    EXPECT_EQ((hi + surrogate + hi).find(surrogate), 2u);
+    EXPECT_EQ((hi + surrogate + hi).rfind(hi), 3u);
+    EXPECT_EQ(Utf16String(hi.c_str()).size(), 2u);  // length stops at the zero unit
+    Utf16String grown = hi;
+    grown.insert(0, hi);                            // overlapping move inside the buffer
+    grown.append(3, short(0x21));
+    EXPECT_EQ(grown, Units({0x48, 0x69, 0x48, 0x69, 0x21, 0x21, 0x21}));
+    EXPECT_EQ(Utf16String::traits_type::to_int_type(surrogate[0]), 0xD800);  // never eof()
+}

@@ -1,17 +1,87 @@
 // Conversions between the library's UTF-8 strings and the wide forms its
-// callers use: UTF-16 in std::basic_string<short>, and std::wstring (32-bit
-// wchar_t). Invalid input raises utf8-cpp's own exceptions, untranslated:
+// callers use: UTF-16 in Utf16String (a string of short units), and
+// std::wstring (32-bit wchar_t). Invalid input raises utf8-cpp's own exceptions, untranslated:
 // utf8::not_enough_room, utf8::invalid_utf8, utf8::invalid_code_point and
 // utf8::invalid_utf16, all derived from utf8::exception (a std::exception).
 #pragma once
 
+#include <cstddef>
+#include <cstring>
+#include <cwchar>
+#include <ios>
 #include <string>
 
 namespace Tarsel::Core {
 
+// Character traits for UTF-16 units held as short. The standard defines
+// std::char_traits only for the character types, and libc++ has dropped the
+// generic template that std::basic_string<short> used to fall back on, so we
+// bring our own. Units compare as unsigned 16-bit values, the way they are
+// read everywhere else: the unit 0xD800 (the short -10240) sorts after 'A'.
+struct Utf16Traits {
+    using char_type = short;
+    using int_type = int;
+    using off_type = std::streamoff;
+    using pos_type = std::streampos;
+    using state_type = std::mbstate_t;
+
+    static constexpr unsigned short Unit(char_type c) noexcept { return static_cast<unsigned short>(c); }
+
+    static constexpr void assign(char_type& to, const char_type& from) noexcept { to = from; }
+    static constexpr bool eq(char_type a, char_type b) noexcept { return a == b; }
+    static constexpr bool lt(char_type a, char_type b) noexcept { return Unit(a) < Unit(b); }
+
+    static constexpr int compare(const char_type* a, const char_type* b, std::size_t count) noexcept {
+        for (std::size_t i = 0; i < count; ++i) {
+            if (lt(a[i], b[i])) {
+                return -1;
+            }
+            if (lt(b[i], a[i])) {
+                return 1;
+            }
+        }
+        return 0;
+    }
+    static constexpr std::size_t length(const char_type* s) noexcept {
+        std::size_t count = 0;
+        while (s[count] != 0) {
+            ++count;
+        }
+        return count;
+    }
+    static constexpr const char_type* find(const char_type* s, std::size_t count, const char_type& c) noexcept {
+        for (std::size_t i = 0; i < count; ++i) {
+            if (s[i] == c) {
+                return s + i;
+            }
+        }
+        return nullptr;
+    }
+    // The ranges may overlap.
+    static char_type* move(char_type* to, const char_type* from, std::size_t count) noexcept {
+        return count == 0 ? to : static_cast<char_type*>(std::memmove(to, from, count * sizeof(char_type)));
+    }
+    static char_type* copy(char_type* to, const char_type* from, std::size_t count) noexcept {
+        return count == 0 ? to : static_cast<char_type*>(std::memcpy(to, from, count * sizeof(char_type)));
+    }
+    static char_type* assign(char_type* to, std::size_t count, char_type c) noexcept {
+        for (std::size_t i = 0; i < count; ++i) {
+            to[i] = c;
+        }
+        return to;
+    }
+
+    static constexpr int_type eof() noexcept { return -1; }
+    // Every unit widens to a value in 0..0xFFFF, so eof() is never a unit.
+    static constexpr int_type to_int_type(char_type c) noexcept { return Unit(c); }
+    static constexpr char_type to_char_type(int_type i) noexcept { return static_cast<char_type>(i); }
+    static constexpr bool eq_int_type(int_type a, int_type b) noexcept { return a == b; }
+    static constexpr int_type not_eof(int_type i) noexcept { return i == eof() ? 0 : i; }
+};
+
 // UTF-16 code units. Units are read as unsigned 16-bit values: the short
 // -10240 is the unit 0xD800.
-using Utf16String = std::basic_string<short>;
+using Utf16String = std::basic_string<short, Utf16Traits>;
 
 // A code point above U+FFFF becomes a surrogate pair. Throws
 // utf8::not_enough_room for a sequence cut off by the end of the input,
