@@ -33,7 +33,9 @@ private:
 
 }  // namespace
 
-void* operator new(std::size_t size) {
+// Kept out of line: g++ at -O2 would inline them into gtest's `new TestClass`
+// and then see free() on memory from operator new (-Wmismatched-new-delete).
+[[gnu::noinline]] void* operator new(std::size_t size) {
     if (g_countAllocations) {
         ++g_allocations;
     }
@@ -42,10 +44,10 @@ void* operator new(std::size_t size) {
     }
     throw std::bad_alloc();
 }
-void operator delete(void* p) noexcept {
+[[gnu::noinline]] void operator delete(void* p) noexcept {
     std::free(p);
 }
-void operator delete(void* p, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete(void* p, std::size_t) noexcept {
     std::free(p);
 }
 

@@ -28,7 +28,9 @@ JsonException::~JsonException() noexcept = default;
 
 }  // namespace Core
 
-std::string GetCallStack() {
+// Out of line, like the capture: the frames skipped below must exist in every
+// build type, or an optimised build would skip its caller instead.
+BOOST_NOINLINE std::string GetCallStack() {
     Core::StackTrace trace;
     // Skip the frames of the capture itself and of this function.
     trace.SetOffSetBeginLine(2);

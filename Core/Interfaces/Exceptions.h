@@ -9,6 +9,7 @@
 
 #include <Core/Interfaces/PropertyTypes.h>
 
+#include <boost/config.hpp>
 #include <boost/exception/exception.hpp>
 #include <boost/exception/info.hpp>
 #include <boost/throw_exception.hpp>
@@ -117,15 +118,17 @@ std::string GetCallStack();
 void SetCallStackEnabled(bool enabled);
 
 // Attaches the caller's call stack to e itself as TagCallStack and returns e.
+// Both overloads stay out of line, so that a recorded stack starts at
+// AddStack in every build type, optimised ones included.
 template <class E>
-std::enable_if_t<std::is_base_of_v<Exception, E>, const E&> AddStack(const E& e) {
+BOOST_NOINLINE std::enable_if_t<std::is_base_of_v<Exception, E>, const E&> AddStack(const E& e) {
     return e << TagCallStack(GetCallStack());
 }
 
 // Standard logic errors carry no records, so the stack goes into the message:
 // returns a new E whose what() is e.what(), a line feed, then the stack.
 template <class E>
-std::enable_if_t<std::is_base_of_v<std::logic_error, E>, const E> AddStack(const E& e) {
+BOOST_NOINLINE std::enable_if_t<std::is_base_of_v<std::logic_error, E>, const E> AddStack(const E& e) {
     return E(std::string(e.what()) + "\n" + GetCallStack());
 }
 
