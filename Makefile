@@ -1,5 +1,7 @@
 # The two commands of the README, and the other build configurations. Every
 # target installs what is missing first, so each works on a fresh Debian.
+# The debug, release and sanitize builds are the CMake presets of the same
+# names (CMakePresets.json), so an IDE or `cmake --preset` builds the same.
 BUILD ?= build
 JOBS ?= $(shell nproc)
 PREFIX ?= /usr/local
@@ -8,7 +10,11 @@ CMAKE_FLAGS ?=
 SANITIZER_ENV = ASAN_OPTIONS=detect_leaks=1:halt_on_error=1:abort_on_error=1:detect_stack_use_after_return=1:allocator_may_return_null=1 \
                 UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1:suppressions=$(CURDIR)/scripts/ubsan.supp
 
-.PHONY: all demo test sanitize bench install install-check deps clean
+# configure PRESET FOLDER [CMAKE ARGS]: every build the Makefile starts holds
+# the project's code to warnings as errors.
+configure = cmake --preset $(1) -B $(BUILD)/$(2) -DTARSEL_WERROR=ON $(3) $(CMAKE_FLAGS) > /dev/null
+
+.PHONY: all demo test test-release sanitize bench install install-check check-macos deps clean
 .PHONY: fuzz
 
 all: test
@@ -17,7 +23,7 @@ deps:
 	@scripts/install-deps
 
 demo: deps
-	@cmake -S . -B $(BUILD)/release -DCMAKE_BUILD_TYPE=Release -DTARSEL_BUILD_TESTS=OFF -DTARSEL_BUILD_BENCH=OFF $(CMAKE_FLAGS) > /dev/null
+	@$(call configure,release,release)
 	@cmake --build $(BUILD)/release --target tarsel -j $(JOBS)
 	$(BUILD)/release/bin/tarsel demo
 	$(BUILD)/release/bin/tarsel show examples/settings.json
@@ -28,14 +34,15 @@ demo: deps
 	$(BUILD)/release/bin/tarsel uuid
 
 test: deps
-	@cmake -S . -B $(BUILD)/debug -DCMAKE_BUILD_TYPE=Debug $(CMAKE_FLAGS) > /dev/null
+	@$(call configure,debug,debug)
 	@cmake --build $(BUILD)/debug -j $(JOBS)
 	ctest --test-dir $(BUILD)/debug --output-on-failure -j $(JOBS)
 
+# Debian names its clang by version; on macOS the preset's default compiler,
+# Apple's clang, is the one to use.
 sanitize:
 	@scripts/install-deps --with-clang
-	@cmake -S . -B $(BUILD)/sanitize -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_COMPILER=clang++-14 \
-	    -DTARSEL_SANITIZE=ON -DTARSEL_BUILD_BENCH=OFF $(CMAKE_FLAGS) > /dev/null
+	@$(call configure,sanitize,sanitize,-DCMAKE_CXX_COMPILER=clang++-14)
 	@cmake --build $(BUILD)/sanitize -j $(JOBS)
 	$(SANITIZER_ENV) ctest --test-dir $(BUILD)/sanitize --output-on-failure -j $(JOBS)
 
@@ -47,29 +54,59 @@ fuzz:
 	@scripts/install-deps --with-clang
 	@cmake -S . -B $(BUILD)/fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -g" \
 	    -DCMAKE_CXX_COMPILER=clang++-14 -DTARSEL_BUILD_FUZZ=ON -DTARSEL_BUILD_TESTS=OFF -DTARSEL_BUILD_BENCH=OFF \
-	    -DTARSEL_BUILD_TOOLS=OFF $(CMAKE_FLAGS) > /dev/null
+	    -DTARSEL_BUILD_TOOLS=OFF -DTARSEL_WERROR=ON $(CMAKE_FLAGS) > /dev/null
 	@cmake --build $(BUILD)/fuzz -j $(JOBS)
 	$(SANITIZER_ENV) fuzz/run $(BUILD)/fuzz $(FUZZ_SECONDS)
 
 bench: deps
-	@cmake -S . -B $(BUILD)/bench -DCMAKE_BUILD_TYPE=Release -DTARSEL_BUILD_TESTS=OFF $(CMAKE_FLAGS) > /dev/null
+	@cmake -S . -B $(BUILD)/bench -DCMAKE_BUILD_TYPE=Release -DTARSEL_BUILD_TESTS=OFF -DTARSEL_WERROR=ON \
+	    $(CMAKE_FLAGS) > /dev/null
 	@cmake --build $(BUILD)/bench -j $(JOBS)
 	@for b in $(BUILD)/bench/bin/bench_*; do echo "== $$b"; $$b --benchmark_min_time=0.2 || exit 1; done
 
-install: deps
-	@cmake -S . -B $(BUILD)/release -DCMAKE_BUILD_TYPE=Release -DTARSEL_BUILD_TESTS=OFF -DTARSEL_BUILD_BENCH=OFF $(CMAKE_FLAGS) > /dev/null
+# The Release build a packager makes: every target, and the whole suite.
+test-release: deps
+	@$(call configure,release,release)
 	@cmake --build $(BUILD)/release -j $(JOBS)
+	ctest --test-dir $(BUILD)/release --output-on-failure -j $(JOBS)
+
+install: deps
+	@$(call configure,release,release)
+	@cmake --build $(BUILD)/release --target TarselCore tarsel -j $(JOBS)
 	cmake --install $(BUILD)/release --prefix $(PREFIX)
 
-# Installs the Debug build of `make test` into a scratch prefix and builds
-# and runs the example client against it, through CMake and pkg-config.
+# Compiles every source for macOS, as its build does it: clang 19 with libc++
+# 19, then aarch64 and x86_64 macOS against the macOS SDK's headers
+# (scripts/check-macos says how). Compile only.
+check-macos:
+	@scripts/install-deps --with-macos-check
+	@scripts/check-macos $(BUILD)/check-macos
+
+# The Debug build of `make test`, installed into a scratch prefix that is then
+# moved, as a packager or a user may move it; then, against the moved prefix:
+# the installed tool with no library path set, the example client through
+# CMake with g++ and with clang 14 (whose default standard is C++14, so the
+# package must carry C++17 itself), the same client built through pkg-config, and a
+# parent project that builds Tarsel with add_subdirectory.
 install-check: test
-	@rm -rf $(BUILD)/prefix $(BUILD)/client
+	@scripts/install-deps --with-clang
+	@rm -rf $(BUILD)/prefix $(BUILD)/moved-prefix $(BUILD)/client $(BUILD)/client-clang $(BUILD)/parent
 	@cmake --install $(BUILD)/debug --prefix $(CURDIR)/$(BUILD)/prefix > /dev/null
-	@cmake -S examples/client -B $(BUILD)/client -DCMAKE_PREFIX_PATH=$(CURDIR)/$(BUILD)/prefix > /dev/null
+	@mv $(BUILD)/prefix $(BUILD)/moved-prefix
+	env -u LD_LIBRARY_PATH $(BUILD)/moved-prefix/bin/tarsel get examples/settings.json video/width
+	@cmake -S examples/client -B $(BUILD)/client -DCMAKE_PREFIX_PATH=$(CURDIR)/$(BUILD)/moved-prefix > /dev/null
 	@cmake --build $(BUILD)/client -j $(JOBS)
-	LD_LIBRARY_PATH=$(BUILD)/prefix/lib $(BUILD)/client/settings-client examples/settings.json video/width
-	PKG_CONFIG_PATH=$(BUILD)/prefix/lib/pkgconfig pkg-config --cflags --libs tarsel-core
+	LD_LIBRARY_PATH=$(BUILD)/moved-prefix/lib $(BUILD)/client/settings-client examples/settings.json video/width
+	@cmake -S examples/client -B $(BUILD)/client-clang -DCMAKE_CXX_COMPILER=clang++-14 \
+	    -DCMAKE_PREFIX_PATH=$(CURDIR)/$(BUILD)/moved-prefix > /dev/null
+	@cmake --build $(BUILD)/client-clang -j $(JOBS)
+	LD_LIBRARY_PATH=$(BUILD)/moved-prefix/lib $(BUILD)/client-clang/settings-client examples/settings.json video/width
+	c++ examples/client/main.cpp -o $(BUILD)/client/settings-client-pc \
+	    $$(PKG_CONFIG_PATH=$(BUILD)/moved-prefix/lib/pkgconfig pkg-config --cflags --libs tarsel-core)
+	LD_LIBRARY_PATH=$(BUILD)/moved-prefix/lib $(BUILD)/client/settings-client-pc examples/settings.json video/width
+	@cmake -S examples/parent -B $(BUILD)/parent -DTARSEL_SOURCE_DIR=$(CURDIR) > /dev/null
+	@cmake --build $(BUILD)/parent -j $(JOBS)
+	$(BUILD)/parent/parent-app
 
 clean:
 	rm -rf $(BUILD)
