@@ -69,22 +69,27 @@ public:
     std::vector<std::string> writes;
 };
 
-// Reports size, then delivers the given bytes (or throws for "throw").
+// Reports size, then delivers the given bytes (or throws for "throw") and
+// returns their count, or the count it is told to report instead.
 class ScriptedInput : public RefCounted<IDataInput> {
 public:
-    ScriptedInput(std::size_t size, std::string delivered) : m_size(size), m_delivered(std::move(delivered)) {}
+    ScriptedInput(std::size_t size, std::string delivered)
+        : m_size(size), m_delivered(std::move(delivered)), m_returned(m_delivered.size()) {}
+    ScriptedInput(std::size_t size, std::string delivered, std::size_t returned)
+        : m_size(size), m_delivered(std::move(delivered)), m_returned(returned) {}
     std::size_t GetSize() const override { return m_size; }
     std::size_t Read(void* data, std::size_t) override {
         if (m_delivered == "throw") {
             throw std::runtime_error("read failed");
         }
         std::memcpy(data, m_delivered.data(), m_delivered.size());
-        return m_delivered.size();
+        return m_returned;
     }
 
 private:
     std::size_t m_size;
     std::string m_delivered;
+    std::size_t m_returned;
 };
 
 std::string Nested(std::size_t depth, const std::string& open, const std::string& close, const char* inner = "") {
@@ -244,6 +249,12 @@ TEST(Deserialize, InputIsReadWholeOnceAndItsFailuresPassThrough) {
     Property p("p");
     PropertySerializer::Deserialize(p, new ScriptedInput(12, R"({"a":2})"), false);  // short read: zeros
     EXPECT_EQ(Describe(p), "p<6>{a<3>2}");
+    // What Read returns is not looked at: the bytes it wrote are the text.
+    for (const std::size_t returned : {std::size_t{0}, std::size_t{3}, SIZE_MAX}) {
+        Property q("q");
+        PropertySerializer::Deserialize(q, new ScriptedInput(7, R"({"a":1})", returned), false);
+        EXPECT_EQ(Describe(q), "q<6>{a<3>1}") << returned;
+    }
     EXPECT_THROW(PropertySerializer::Deserialize(p, new ScriptedInput(SIZE_MAX, ""), false), std::bad_alloc);
     EXPECT_THROW(PropertySerializer::Deserialize(p, new ScriptedInput(8, "throw"), false), std::runtime_error);
     EXPECT_EQ(Describe(p), "p<6>{a<3>2}");
