@@ -163,6 +163,30 @@ TEST(Serialize, TheWholeTextReachesTheSinkInOneWriteBeforeReturning) {
     EXPECT_THROW(PropertySerializer::Serialize(Clip(), new FailingOutput, false), std::runtime_error);
 }
 
+// The public stream holds nothing back: a client that writes with
+// rapidjson's writer and then drops the stream has lost no byte.
+TEST(JsonTarselStreamOut, EachCharacterIsOneWriteOfOneByteAtOnce) {
+    const boost::intrusive_ptr<RecordingOutput> sink(new RecordingOutput);
+    {
+        JsonTarselStreamOut stream(sink);
+        EXPECT_EQ(sink->GetRefCount(), 2);  // held while the stream lives
+        stream.Put('[');
+        EXPECT_EQ(sink->writes, std::vector<std::string>{"["});
+    }
+    EXPECT_EQ(sink->GetRefCount(), 1);
+
+    Property p("p");
+    p.SetChildT<long long>("a", 1);
+    rapidjson::Document document;
+    PropertySerializer::Save(p, document, document.GetAllocator());
+    sink->writes.clear();
+    JsonTarselStreamOut stream(sink);
+    rapidjson::Writer<JsonTarselStreamOut, rapidjson::UTF8<char>, rapidjson::UTF8<char>, PropertySerializer::JsonAllocator>
+        writer(stream);
+    document.Accept(writer);
+    EXPECT_EQ(sink->writes, (std::vector<std::string>{"{", "\"", "a", "\"", ":", "1", "}"}));
+}
+
 TEST(Serialize, ValuesMapAsDocumented) {
     Property p("p");
     p.SetChild("empty");

@@ -874,16 +874,7 @@ void LoadScalar(Property& target, const JsonValue& value) {
 
 // --- JsonTarselStreamOut -------------------------------------------------------
 
-JsonTarselStreamOut::JsonTarselStreamOut(boost::intrusive_ptr<IDataOutput> output) : m_output(std::move(output)) {
-    m_buffer.reserve(kBufferSize);
-}
-
-void JsonTarselStreamOut::Flush() {
-    if (!m_buffer.empty()) {
-        m_output->Write(m_buffer.data(), m_buffer.size());
-        m_buffer.clear();
-    }
-}
+JsonTarselStreamOut::JsonTarselStreamOut(boost::intrusive_ptr<IDataOutput> output) : m_output(std::move(output)) {}
 
 // --- PropertySerializer ----------------------------------------------------------
 

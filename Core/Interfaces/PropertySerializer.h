@@ -21,27 +21,22 @@ namespace Tarsel::Core {
 
 // The character stream a rapidjson::Writer writes into, over an IDataOutput:
 // for clients that write Save's values with rapidjson's own writer. It holds
-// the sink for its lifetime; characters are gathered in a 64 KiB buffer and
-// reach the sink in order, a buffer at a time, and on Flush (which the writer
-// calls when a document is complete).
+// a reference to the sink for its lifetime and holds back nothing: each
+// character reaches the sink at once, as one Write of one byte.
 class JsonTarselStreamOut {
 public:
     using Ch = char;
-    static constexpr std::size_t kBufferSize = 64 * 1024;
 
     explicit JsonTarselStreamOut(boost::intrusive_ptr<IDataOutput> output);
 
-    void Put(char c) {
-        m_buffer.push_back(c);
-        if (m_buffer.size() == kBufferSize) {
-            Flush();
-        }
-    }
-    void Flush();
+    // Writes c: Write with its address and the count 1, whose result is
+    // ignored. What Write throws passes through.
+    void Put(char c) { m_output->Write(&c, 1); }
+    // Called by the writer when a document is complete: nothing is pending.
+    void Flush() {}
 
 private:
     boost::intrusive_ptr<IDataOutput> m_output;
-    std::string m_buffer;
 };
 
 // Saves and loads Property trees as JSON. Stateless; concurrent calls on
