@@ -374,13 +374,34 @@ TEST(PropertySerializer, SaveAndLoadAgreeWithSerializeAndDeserialize) {
     PropertySerializer::Load(ratio, rapidjson::Value("30/1"));
     PropertySerializer::Load(ratio, rapidjson::Value(rapidjson::kNullType));
     EXPECT_EQ(ratio.GetRatio(), Ratio(30));
+}
 
-    // A DOM can hold what no JSON text can: an infinite double is refused.
-    rapidjson::Document infinite;
-    infinite.SetArray().PushBack(std::numeric_limits<double>::infinity(), infinite.GetAllocator());
-    Property untouched("u");
-    EXPECT_THROW(PropertySerializer::Load(untouched, infinite), JsonException);
-    EXPECT_EQ(untouched.Count(), 0u);
+// A DOM can hold what no JSON text can (Deserialize refuses 2e308 as a parse
+// error): every double is assigned as it is, in an object, in an array or
+// bare.
+TEST(Load, DoublesOfACallersDomLoadAsTheyAreFiniteOrNot) {
+    const double inf = std::numeric_limits<double>::infinity();
+    rapidjson::Document document;
+    auto& allocator = document.GetAllocator();
+    document.SetObject();
+    document.AddMember("a", inf, allocator);
+    document.AddMember("list", rapidjson::Value(rapidjson::kArrayType), allocator);
+    document["list"].PushBack(-inf, allocator).PushBack(std::nan(""), allocator).PushBack(0.5, allocator);
+    Property loaded("root");
+    PropertySerializer::Load(loaded, document);
+    EXPECT_EQ(loaded["a"].GetDouble(), inf);
+    EXPECT_EQ(loaded["list"][std::size_t{0}].GetDouble(), -inf);
+    EXPECT_TRUE(std::isnan(loaded["list"][1].GetDouble()));
+    EXPECT_EQ(loaded["list"][2].GetDouble(), 0.5);
+    // Merged into a target that already has children, the same.
+    Property merged("root");
+    merged.SetChildT<long long>("a", 1);
+    PropertySerializer::Load(merged, document);
+    EXPECT_EQ(merged["a"].GetDouble(), inf);
+
+    Property bare("bare", 1);
+    PropertySerializer::Load(bare, rapidjson::Value(-inf));
+    EXPECT_EQ(bare.GetDouble(), -inf);
 }
 
 TEST(PropertySerializer, RandomTreesRoundTrip) {

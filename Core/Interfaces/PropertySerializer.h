@@ -83,12 +83,14 @@ public:
     // signed 64-bit range assign nothing; a string under the name
     // "frameRateRatio" becomes a ratio when it reads as one.
     //
+    // Every double is assigned as it is, infinities and NaN too (which no
+    // JSON text can hold, see Deserialize), nested or bare.
+    //
     // Throws MethodIsNotApplicable when members or elements meet a property
     // that is not a container, std::invalid_argument ("name is empty") for an
     // empty key, boost::bad_rational for a "frameRateRatio" of "n/0"; what was
-    // loaded before the failure stays. A value nested deeper than 512 levels,
-    // or holding a double that is not finite, throws JsonException "Parse
-    // error" and loads nothing.
+    // loaded before the failure stays. A value nested deeper than 512 levels
+    // throws JsonException "Parse error" and loads nothing.
     static void Load(Property& property, const JsonValue& value);
 
     // The deepest nesting of objects and arrays that is accepted.
