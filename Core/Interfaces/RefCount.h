@@ -46,8 +46,11 @@ private:
 // The owner pattern for an interface derived from IRefCountable: holds the
 // counter and deletes the object on the last Release. Factories hand the
 // object out in a boost::intrusive_ptr, which takes the first reference.
+// The interface is a public virtual base, as interfaces are throughout the
+// library, so that an implementation that reaches it again through another
+// base still holds it once.
 template <class Interface>
-class RefCounted : public Interface {
+class RefCounted : public virtual Interface {
 public:
     long AddRef() const noexcept override { return m_refCount.AddRefImpl(); }
     long GetRefCount() const noexcept override { return m_refCount.GetRefCountImpl(); }
