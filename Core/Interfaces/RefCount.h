@@ -25,11 +25,16 @@ public:
 
 // The counter an implementation holds as a member. It never destroys
 // anything: its owner does, when ReleaseImpl returns 0.
+//
+// It keeps its owner copyable: a copy of a counted object is a new object,
+// which nothing references yet, so a copied counter starts at 0; assignment
+// copies an object's state, not the references to it, so an assigned counter
+// keeps its own count.
 class RefCountImpl {
 public:
     RefCountImpl() noexcept = default;
-    RefCountImpl(const RefCountImpl&) = delete;
-    RefCountImpl& operator=(const RefCountImpl&) = delete;
+    RefCountImpl(const RefCountImpl& /*other*/) noexcept {}
+    RefCountImpl& operator=(const RefCountImpl& /*other*/) noexcept { return *this; }
 
     // Atomic, sequentially consistent; returns the incremented count.
     long AddRefImpl() const noexcept { return m_count.fetch_add(1) + 1; }
@@ -64,6 +69,10 @@ public:
 
 protected:
     RefCounted() = default;
+    // What a factory hands out is shared, never copied: a copy of a file
+    // stream, say, would close its file twice.
+    RefCounted(const RefCounted&) = delete;
+    RefCounted& operator=(const RefCounted&) = delete;
 
 private:
     RefCountImpl m_refCount;
