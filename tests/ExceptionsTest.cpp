@@ -99,7 +99,7 @@ void ExpectDiagnosticText(const std::string& text, const std::string& header, st
     while (!rest.empty()) {
         const auto record = std::find_if(records.begin(), records.end(),
                                          [&](const std::string& r) { return rest.substr(0, r.size()) == r; });
-        ASSERT_NE(record, records.end()) << "unexpected record text: " << rest;
+        ASSERT_TRUE(record != records.end()) << "unexpected record text: " << rest;
         rest.remove_prefix(record->size());
         records.erase(record);
     }
