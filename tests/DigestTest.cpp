@@ -18,16 +18,23 @@ std::string MD5Hex(boost::intrusive_ptr<IDataInput> input, const std::string& ma
     return boost::algorithm::hex_lower(std::string(digest.begin(), digest.end()));
 }
 
-// Reports m_size and delivers m_bytes whatever it is asked for: fewer bytes than it reported, or none.
+// Reports m_size and delivers m_bytes whatever it is asked for: fewer bytes than it reported, or none. Read
+// returns the count delivered, or the one it is told to report instead.
 class ShortSource : public Tarsel::RefCounted<IDataInput> {
 public:
-    ShortSource(std::size_t size, std::string bytes) : m_size(size), m_bytes(std::move(bytes)) {}
+    ShortSource(std::size_t size, std::string bytes) : ShortSource(size, bytes, bytes.size()) {}
+    ShortSource(std::size_t size, std::string bytes, std::size_t returned)
+        : m_size(size), m_bytes(std::move(bytes)), m_returned(returned) {}
     std::size_t GetSize() const override { return m_size; }
-    std::size_t Read(void* to, std::size_t) override { return m_bytes.copy(static_cast<char*>(to), m_bytes.size()); }
+    std::size_t Read(void* to, std::size_t) override {
+        m_bytes.copy(static_cast<char*>(to), m_bytes.size());
+        return m_returned;
+    }
 
 private:
     std::size_t m_size;
     std::string m_bytes;
+    std::size_t m_returned;
 };
 
 }  // namespace
@@ -67,6 +74,9 @@ TEST(MD5Generate, ReadsOnceFromWhereTheSourceStandsTakingItsSizeOnTrust) {
     EXPECT_EQ(MD5Hex(input), "d41d8cd98f00b204e9800998ecf8427e");  // consumed: empty
     // A short read is not repeated: the missing tail counts as zero bytes.
     EXPECT_EQ(MD5Hex(new ShortSource(10, "abcd")), "eb1e6704c2991d1627c4417bf6685686");  // abcd, six NULs
+    // What Read returns is not looked at: the bytes it wrote are digested.
+    EXPECT_EQ(MD5Hex(new ShortSource(3, "abc", 0)), "900150983cd24fb0d6963f7d28e17f72");  // abc
+    EXPECT_EQ(MD5Hex(new ShortSource(10, "abcd", 1)), "eb1e6704c2991d1627c4417bf6685686");  // abcd, six NULs
     // A size that cannot be buffered is bad_alloc, never an overflow.
     EXPECT_THROW(MD5Hex(new ShortSource(SIZE_MAX, "")), std::bad_alloc);
     EXPECT_THROW(MD5Hex(nullptr), std::invalid_argument);

@@ -1,5 +1,7 @@
+#include <Core/Interfaces/DataStream.h>
 #include <Core/Interfaces/Exceptions.h>
 #include <Core/Interfaces/Property.h>
+#include <Core/Interfaces/PropertySerializer.h>
 #include <Core/Interfaces/StackTrace.h>
 
 #include <boost/exception/diagnostic_information.hpp>
@@ -8,8 +10,10 @@
 
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 using namespace Tarsel;
@@ -58,6 +62,50 @@ std::vector<std::function<void()>> DefaultThrowers() {
     return {[] { throw E(); }...};
 }
 
+// boost::diagnostic_information of what f throws, caught as boost::exception,
+// with the parts that vary from build to build and run to run written as
+// placeholders: the throw line as "<line>", the call stack as "<stack>".
+std::string DiagnosticTextOf(const std::function<void()>& f) {
+    const auto replace = [](std::string& text, const std::string& from, const std::string& to) {
+        const std::size_t at = text.find(from);
+        if (at != std::string::npos) {
+            text.replace(at, from.size(), to);
+        }
+    };
+    try {
+        f();
+    } catch (const boost::exception& e) {
+        std::string text = boost::diagnostic_information(e);
+        if (const int* line = boost::get_error_info<boost::throw_line>(e)) {
+            replace(text, "(" + std::to_string(*line) + "): ", "(<line>): ");
+        }
+        if (const std::string* stack = boost::get_error_info<TagCallStack>(e)) {
+            replace(text, "*] = " + *stack + "\n", "*] = <stack>\n");
+        }
+        return text;
+    }
+    ADD_FAILURE() << "nothing was thrown";
+    return std::string();
+}
+
+// Checks that text is header followed by each of records exactly once, one
+// after another. Boost orders records by std::type_info::before, which
+// libstdc++ bases on type names and libc++ may base on addresses, so only
+// their order is left open; every line is matched to the character.
+void ExpectDiagnosticText(const std::string& text, const std::string& header, std::vector<std::string> records) {
+    ASSERT_EQ(text.substr(0, header.size()), header) << text;
+    std::string_view rest(text);
+    rest.remove_prefix(header.size());
+    while (!rest.empty()) {
+        const auto record = std::find_if(records.begin(), records.end(),
+                                         [&](const std::string& r) { return rest.substr(0, r.size()) == r; });
+        ASSERT_TRUE(record != records.end()) << "unexpected record text: " << rest;
+        rest.remove_prefix(record->size());
+        records.erase(record);
+    }
+    EXPECT_TRUE(records.empty()) << "missing record: " << records.front();
+}
+
 }  // namespace
 
 TEST(WrongTypeIsRequested, CarriesNodeFactsStackAndThrowSite) {
@@ -78,6 +126,67 @@ TEST(WrongTypeIsRequested, CarriesNodeFactsStackAndThrowSite) {
     const std::string text = boost::diagnostic_information(e);
     EXPECT_NE(text.find("TagPropertyType*] = 6"), std::string::npos) << text;
     EXPECT_NE(text.find("TagRequestedType*] = 1"), std::string::npos) << text;
+}
+
+// One exception of each family, as a log shows it: each record is named by
+// the tag a client reads it with, the nested ones by their exception.
+TEST(DiagnosticInformation, NamesEachRecordByItsTagAsClientsSpellIt) {
+    const ThrowSite site{"void Tarsel::Demo::Fail()", "Demo.cpp", 42};
+    const std::string what = "std::exception::what: " + kGenericWhat + "\n";
+
+    ExpectDiagnosticText(DiagnosticTextOf([&] {
+                             ThrowAt(site, MemoryException("cannot map frame buffer", 4096)
+                                               << TagCallStack("#0 Tarsel::Demo::Fail()"));
+                         }),
+                         "Demo.cpp(<line>): Throw in function void Tarsel::Demo::Fail()\n"
+                         "Dynamic exception type: boost::wrapexcept<Tarsel::Core::MemoryException>\n" +
+                             what,
+                         {"[Tarsel::TagDescription*] = cannot map frame buffer\n",
+                          "[Tarsel::Core::MemoryException::TagBlockSize*] = 4096\n",
+                          "[Tarsel::TagCallStack*] = <stack>\n"});
+
+    // Every property tag at once; the types print as their numbers.
+    ExpectDiagnosticText(DiagnosticTextOf([&] {
+                             ThrowAt(site, PropertyException() << PropertyException::TagPropertyName("settings")
+                                                               << PropertyException::TagPropertyType(TypeBool)
+                                                               << PropertyException::TagMethodName("Count")
+                                                               << PropertyException::TagRequestedType(TypeDouble)
+                                                               << PropertyException::TagOtherPropertyType(TypeArray)
+                                                               << PropertyException::TagRequestedChildName("width")
+                                                               << PropertyException::TagRequestedChildIndex(3)
+                                                               << PropertyException::TagChildCount(2));
+                         }),
+                         "Demo.cpp(<line>): Throw in function void Tarsel::Demo::Fail()\n"
+                         "Dynamic exception type: boost::wrapexcept<Tarsel::Core::PropertyException>\n" +
+                             what,
+                         {"[Tarsel::Core::PropertyException::TagPropertyName*] = settings\n",
+                          "[Tarsel::Core::PropertyException::TagPropertyType*] = 1\n",
+                          "[Tarsel::Core::PropertyException::TagMethodName*] = Count\n",
+                          "[Tarsel::Core::PropertyException::TagRequestedType*] = 2\n",
+                          "[Tarsel::Core::PropertyException::TagOtherPropertyType*] = 6\n",
+                          "[Tarsel::Core::PropertyException::TagRequestedChildName*] = width\n",
+                          "[Tarsel::Core::PropertyException::TagRequestedChildIndex*] = 3\n",
+                          "[Tarsel::Core::PropertyException::TagChildCount*] = 2\n"});
+
+    // As the library throws them.
+    ExpectDiagnosticText(DiagnosticTextOf([] { Property("settings").GetBool(); }),
+                         "Core/Interfaces/Property.cpp(<line>): Throw in function bool "
+                         "Tarsel::Core::Property::GetBool() const\n"
+                         "Dynamic exception type: boost::wrapexcept<Tarsel::Core::WrongTypeIsRequested>\n" +
+                             what,
+                         {"[Tarsel::Core::PropertyException::TagPropertyName*] = settings\n",
+                          "[Tarsel::Core::PropertyException::TagPropertyType*] = 6\n",
+                          "[Tarsel::Core::PropertyException::TagRequestedType*] = 1\n",
+                          "[Tarsel::TagCallStack*] = <stack>\n"});
+    Property target("target");
+    ExpectDiagnosticText(
+        DiagnosticTextOf([&] { PropertySerializer::Deserialize(target, MemoryDataInput::Create("{"), false); }),
+        "Core/Interfaces/PropertySerializer.cpp(<line>): Throw in function static void "
+        "Tarsel::Core::PropertySerializer::Deserialize(Core::Property &, "
+        "boost::intrusive_ptr<Tarsel::Core::IDataInput>, bool)\n"
+        "Dynamic exception type: boost::wrapexcept<Tarsel::Core::JsonException>\n" +
+            what,
+        {"[Tarsel::Core::JsonException::TagParseError*] = Parse error\n"});
 }
 
 TEST(ExceptionTree, EveryBaseCatchesEveryLibraryExceptionAndCoreExceptionAllButTheRoot) {

@@ -3,6 +3,7 @@
 #include <boost/exception/get_error_info.hpp>
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <functional>
 #include <sstream>
 #include <string>
@@ -47,6 +48,13 @@ std::string Dump(const Property& p) {
     std::ostringstream out;
     PrintPropertyValue(p, 0, out, true, true);
     return out.str();
+}
+
+// The number of children of a node of any type: a leaf's children, which
+// only AddWithName can attach, are counted by the refusal of an index past
+// them all.
+std::size_t ChildCountOfAnyType(const Property& p) {
+    return Info<P::TagChildCount>(CatchAs<IndexIsOutOfBound>([&] { p.GetItemIterator(SIZE_MAX); }));
 }
 
 }  // namespace
@@ -129,6 +137,71 @@ TEST(PropertyValues, CopiesAreDeepMovesCopyOrSwapAndCopyDataFromKeepsTheName) {
     Property self = SampleTree();
     self.CopyDataFrom(self["c"]);  // a source inside the target's own subtree
     EXPECT_EQ(Dump(self), "root: Array\n\td: 2.5\n\n");
+}
+
+// A copy carries children only when it is a container: the children that
+// AddWithName attached to a leaf stay behind, however the copy is made. The
+// move constructor alone copies them along.
+TEST(PropertyValues, CopiesOfALeafLeaveItsChildrenBehindButTheMoveConstructorTakesThem) {
+    Property leaf("flag", true);
+    leaf.AddWithName("kid", Property("", 1));
+    const struct {
+        const char* how;
+        std::function<std::size_t(Property&)> childrenOfCopy;
+        std::size_t expected;
+    } cases[] = {
+        {"copy constructor", [](Property& src) { return ChildCountOfAnyType(Property(src)); }, 0},
+        {"copy assignment",
+         [](Property& src) {
+             Property target("target");
+             target.SetChild("old");
+             target = src;
+             return ChildCountOfAnyType(target);
+         },
+         0},
+        {"CopyDataFrom",
+         [](Property& src) {
+             Property target("target", 1);
+             target.CopyDataFrom(src);
+             return ChildCountOfAnyType(target);
+         },
+         0},
+        {"Add", [](Property& src) { return ChildCountOfAnyType(Property("r").Add(src)); }, 0},
+        {"AddWithName", [](Property& src) { return ChildCountOfAnyType(Property("r").AddWithName("x", src)); }, 0},
+        {"AddWithName of a moved node",
+         [](Property& src) { return ChildCountOfAnyType(Property("r").AddWithName("x", std::move(src))); }, 0},
+        {"SetChild, new child", [](Property& src) { return ChildCountOfAnyType(Property("r").SetChild("x", src)); },
+         0},
+        {"SetChild, existing child",
+         [](Property& src) {
+             Property parent("r");
+             parent.SetChild("x").SetChild("grandchild");
+             return ChildCountOfAnyType(parent.SetChild("x", src));
+         },
+         0},
+        {"move constructor", [](Property& src) { return ChildCountOfAnyType(Property(std::move(src))); }, 1},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(c.childrenOfCopy(leaf), c.expected) << c.how;
+        EXPECT_EQ(ChildCountOfAnyType(leaf), 1u) << c.how << " changed the source";
+    }
+    Property moved(std::move(leaf));
+    EXPECT_EQ(moved.GetItemIterator(0)->GetName(), "kid");
+    EXPECT_EQ(moved.GetItemIterator(0)->GetInt64(), 1);
+    // Deeper in a copied tree, the same.
+    Property tree("tree");
+    tree.SetChild("flag", Property("", true)).AddWithName("kid", Property("", 1));
+    EXPECT_EQ(ChildCountOfAnyType(Property(tree)["flag"]), 0u);
+
+    // Copying a node onto itself: a leaf drops its hidden children and keeps
+    // its value; a child overwritten with itself stays as it was.
+    leaf.CopyDataFrom(leaf);
+    EXPECT_EQ(ChildCountOfAnyType(leaf), 0u);
+    EXPECT_TRUE(leaf.GetBool());
+    Property root = SampleTree();
+    const std::string before = Dump(root);
+    root.SetChild("c", root["c"]);
+    EXPECT_EQ(Dump(root), before);
 }
 
 // --- Children --------------------------------------------------------------

@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 using namespace Tarsel;
@@ -16,6 +18,27 @@ struct Counted : RefCounted<IRefCountable> {
     explicit Counted(std::atomic<int>* counter) : destroyed(counter) {}
     ~Counted() override { ++*destroyed; }
     std::atomic<int>* destroyed;
+};
+
+// A client's counted object in the owner pattern: a RefCountImpl member, and
+// the compiler's own copy constructor and assignment.
+class Preset : public IRefCountable {
+public:
+    explicit Preset(std::string name) : name(std::move(name)) {}
+    long AddRef() const override { return m_refCount.AddRefImpl(); }
+    long GetRefCount() const override { return m_refCount.GetRefCountImpl(); }
+    long Release() const override {
+        const long count = m_refCount.ReleaseImpl();
+        if (count == 0) {
+            delete this;
+        }
+        return count;
+    }
+
+    std::string name;
+
+private:
+    RefCountImpl m_refCount;
 };
 
 struct Lockable : ILockable, LockImpl {
@@ -79,6 +102,40 @@ TEST(RefCounted, ConcurrentReleaseDestroysExactlyOnce) {
         }
         ASSERT_EQ(destroyed.load(), 1) << "round " << round;
     }
+}
+
+// A copy is a new object that nothing references yet; assignment copies the
+// state and leaves each object's references as they were.
+TEST(RefCountImpl, ACopiedOwnerStartsAtZeroAndAnAssignedOneKeepsItsCount) {
+    const boost::intrusive_ptr<Preset> original(new Preset("hd"));
+    boost::intrusive_ptr<Preset> second = original;
+    Preset copy(*original);
+    EXPECT_EQ(copy.name, "hd");
+    EXPECT_EQ(copy.GetRefCount(), 0);
+    EXPECT_EQ(original->GetRefCount(), 2);
+
+    const boost::intrusive_ptr<Preset> other(new Preset("sd"));
+    *other = *original;
+    EXPECT_EQ(other->name, "hd");
+    EXPECT_EQ(other->GetRefCount(), 1);
+    EXPECT_EQ(original->GetRefCount(), 2);
+
+    // A copy shared in its turn counts, and is destroyed, on its own.
+    second.reset();
+    const boost::intrusive_ptr<Preset> shared(new Preset(*original));
+    EXPECT_EQ(shared->GetRefCount(), 1);
+    EXPECT_EQ(original->GetRefCount(), 1);
+
+    // The bare counter, the same way.
+    RefCountImpl counter;
+    counter.AddRefImpl();
+    RefCountImpl copied(counter);
+    EXPECT_EQ(copied.GetRefCountImpl(), 0);
+    copied.AddRefImpl();
+    copied.AddRefImpl();
+    copied = counter;
+    EXPECT_EQ(copied.GetRefCountImpl(), 2);
+    EXPECT_EQ(counter.GetRefCountImpl(), 1);
 }
 
 TEST(AutoLock, HoldsTheLockForItsScopeAndIgnoresNull) {

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <type_traits>
+#include <utility>
+
 using namespace Tarsel::Core;
 
 namespace {
@@ -15,6 +18,14 @@ public:
     void ProgressChanged(int /*progress*/, int /*maximum*/) override { ++calls; }
     int calls = 0;
 };
+
+// Whether Base is a virtual base of Derived: a static_cast from a base
+// pointer down to Derived is ill-formed exactly when the base is virtual.
+template <class Base, class Derived, class = void>
+struct IsVirtualBaseOf : std::is_base_of<Base, Derived> {};
+template <class Base, class Derived>
+struct IsVirtualBaseOf<Base, Derived, std::void_t<decltype(static_cast<Derived*>(std::declval<Base*>()))>>
+    : std::false_type {};
 
 }  // namespace
 
@@ -47,4 +58,13 @@ TEST(ProgressControllerStub, IgnoresProgressAndNeverAsksToStop) {
     stub->IncProgress(5);
     EXPECT_FALSE(stub->CheckForStop());
     EXPECT_EQ(client.calls, 0);
+}
+
+TEST(ProgressControllerStub, DerivesFromTheControllerInterfacePubliclyAndVirtually) {
+    EXPECT_TRUE((IsVirtualBaseOf<IProgressController, ProgressControllerStub>::value));
+    EXPECT_TRUE((std::is_convertible_v<ProgressControllerStub*, IProgressController*>));  // public
+    // The trait itself: IProgressController's own base is virtual, a plain
+    // base is not.
+    EXPECT_TRUE((IsVirtualBaseOf<Tarsel::IRefCountable, IProgressController>::value));
+    EXPECT_FALSE((IsVirtualBaseOf<IProgressControllerClient, CountingClient>::value));
 }

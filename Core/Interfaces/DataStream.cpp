@@ -48,15 +48,15 @@ WholeInput ReadWholeInput(IDataInput& input, std::size_t padding) {
         throw std::bad_alloc();
     }
     const std::size_t capacity = size + padding == 0 ? 1 : size + padding;
-    std::unique_ptr<char[], FreeBytes> bytes(static_cast<char*>(std::malloc(capacity)));
+    // Zeroed before Read, whose result we deliberately ignore: what the input
+    // does not write stays zero, whatever count it reports. calloc takes a
+    // large block fresh from the system, already zero and not yet touched.
+    std::unique_ptr<char[], FreeBytes> bytes(static_cast<char*>(std::calloc(capacity, 1)));
     if (!bytes) {
         throw std::bad_alloc();
     }
     Platform::AdviseLargeBlock(bytes.get(), capacity);
-    // Only what the input did not deliver is zeroed: zeroing the whole block
-    // first (calloc) would write a reused block twice.
-    const std::size_t delivered = std::min(input.Read(bytes.get(), size), size);
-    std::memset(bytes.get() + delivered, 0, capacity - delivered);
+    input.Read(bytes.get(), size);
     return WholeInput{std::move(bytes), size};
 }
 

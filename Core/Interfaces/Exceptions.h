@@ -22,18 +22,51 @@
 
 namespace Tarsel {
 
-// Boost names a record in diagnostic text by its tag struct, so the structs
-// of the two namespace-wide records live here, apart from the record types
-// that clients use.
+// How records name themselves. Boost prints each record of an exception's
+// diagnostic text as "[" + the type name of its tag + "*] = " + value, and
+// clients read a record by its error_info type: Tarsel::TagDescription is that
+// type, so no tag struct can have that name too (a scope cannot hold a struct
+// and an alias of one name). Our tags are therefore Tags::Named<text>, each
+// with the name its records print under, and the to_string below prints them
+// so. Boost builds a record's line with an unqualified to_string(record),
+// which finds this overload by argument-dependent lookup (Tags is associated
+// with every record type, through its tag) and prefers it to its own generic
+// one as the more specialised; the value is rendered as boost renders it.
 namespace Tags {
-struct TagDescription;
-struct TagCallStack;
+
+template <const char* PrintedName>
+struct Named;
+
+template <const char* PrintedName, class T>
+std::string to_string(const boost::error_info<Named<PrintedName>, T>& record) {
+    return std::string("[") + PrintedName + "*] = " + boost::to_string_stub(record.value()) + '\n';
+}
+
+// The printed names: inline, so that each names one object in every module,
+// which keeps each record type one type across the library boundary.
+inline constexpr char Description[] = "Tarsel::TagDescription";
+inline constexpr char CallStack[] = "Tarsel::TagCallStack";
+inline constexpr char BlockSize[] = "Tarsel::Core::MemoryException::TagBlockSize";
+inline constexpr char PropertyName[] = "Tarsel::Core::PropertyException::TagPropertyName";
+inline constexpr char PropertyType[] = "Tarsel::Core::PropertyException::TagPropertyType";
+inline constexpr char MethodName[] = "Tarsel::Core::PropertyException::TagMethodName";
+inline constexpr char RequestedType[] = "Tarsel::Core::PropertyException::TagRequestedType";
+inline constexpr char OtherPropertyType[] = "Tarsel::Core::PropertyException::TagOtherPropertyType";
+inline constexpr char RequestedChildName[] = "Tarsel::Core::PropertyException::TagRequestedChildName";
+inline constexpr char RequestedChildIndex[] = "Tarsel::Core::PropertyException::TagRequestedChildIndex";
+inline constexpr char ChildCount[] = "Tarsel::Core::PropertyException::TagChildCount";
+inline constexpr char ParseError[] = "Tarsel::Core::JsonException::TagParseError";
+
 }  // namespace Tags
 
+// An error-information record of value type T that prints as "[PrintedName*]".
+template <const char* PrintedName, class T>
+using NamedErrorInfo = boost::error_info<Tags::Named<PrintedName>, T>;
+
 // Free-text description of a failure.
-using TagDescription = boost::error_info<Tags::TagDescription, std::string>;
+using TagDescription = NamedErrorInfo<Tags::Description, std::string>;
 // Call stack text of the throw site, one frame a line (see StackTrace).
-using TagCallStack = boost::error_info<Tags::TagCallStack, std::string>;
+using TagCallStack = NamedErrorInfo<Tags::CallStack, std::string>;
 
 class Exception : public virtual std::exception, public virtual boost::exception {
 public:
@@ -56,7 +89,7 @@ public:
 // Offered to clients; the library itself never throws it.
 class MemoryException : public virtual CoreException {
 public:
-    using TagBlockSize = boost::error_info<struct TagBlockSize, int>;
+    using TagBlockSize = NamedErrorInfo<Tags::BlockSize, int>;
 
     // Attaches TagDescription, then TagBlockSize.
     MemoryException(const std::string& description, int blockSize);
@@ -66,14 +99,14 @@ public:
 // Thrown by every Property operation; the subclasses name the reason.
 class PropertyException : public virtual CoreException {
 public:
-    using TagPropertyName = boost::error_info<struct TagPropertyName, std::string>;
-    using TagPropertyType = boost::error_info<struct TagPropertyType, PropertyTypes>;
-    using TagMethodName = boost::error_info<struct TagMethodName, std::string>;
-    using TagRequestedType = boost::error_info<struct TagRequestedType, PropertyTypes>;
-    using TagOtherPropertyType = boost::error_info<struct TagOtherPropertyType, PropertyTypes>;
-    using TagRequestedChildName = boost::error_info<struct TagRequestedChildName, std::string>;
-    using TagRequestedChildIndex = boost::error_info<struct TagRequestedChildIndex, std::size_t>;
-    using TagChildCount = boost::error_info<struct TagChildCount, std::size_t>;
+    using TagPropertyName = NamedErrorInfo<Tags::PropertyName, std::string>;
+    using TagPropertyType = NamedErrorInfo<Tags::PropertyType, PropertyTypes>;
+    using TagMethodName = NamedErrorInfo<Tags::MethodName, std::string>;
+    using TagRequestedType = NamedErrorInfo<Tags::RequestedType, PropertyTypes>;
+    using TagOtherPropertyType = NamedErrorInfo<Tags::OtherPropertyType, PropertyTypes>;
+    using TagRequestedChildName = NamedErrorInfo<Tags::RequestedChildName, std::string>;
+    using TagRequestedChildIndex = NamedErrorInfo<Tags::RequestedChildIndex, std::size_t>;
+    using TagChildCount = NamedErrorInfo<Tags::ChildCount, std::size_t>;
 
     ~PropertyException() noexcept override;
 };
@@ -102,7 +135,7 @@ public:
 // Thrown by the JSON serializer, deliberately without a call stack.
 class JsonException : public virtual CoreException {
 public:
-    using TagParseError = boost::error_info<struct TagParseError, std::string>;
+    using TagParseError = NamedErrorInfo<Tags::ParseError, std::string>;
 
     ~JsonException() noexcept override;
 };

@@ -21,11 +21,14 @@ Property::Property(const std::string& name, const char* value) : Property(name, 
 Property::Property(const std::string& name, const std::string& value) : m_name(name), m_value(value) {}
 Property::Property(const std::string& name, const Ratio& value) : m_name(name), m_value(value) {}
 
-// A node holds a scalar value or children, never both, so copying both
-// members copies exactly the data CopyDataFrom would.
-Property::Property(const Property& src) : m_name(src.m_name), m_value(src.m_value), m_children(src.m_children) {}
+Property::Property(const Property& src)
+    : m_name(src.m_name), m_value(src.m_value), m_children(ChildrenForCopy(src)) {}
 
-Property::Property(Property&& src) : Property(static_cast<const Property&>(src)) {}
+Property::Property(Property&& src) : m_name(src.m_name), m_value(src.m_value), m_children(src.m_children) {}
+
+Property::ChildListType Property::ChildrenForCopy(const Property& src) {
+    return src.CopiesTakeChildren() ? src.m_children : ChildListType();
+}
 
 namespace {
 // Subtrees up to this depth are destroyed recursively, the fast way; deeper
@@ -102,7 +105,7 @@ Property& Property::operator=(const Ratio& value) {
 void Property::CopyDataFrom(const Property& src) {
     // Copy first, commit without failure: src may be this node or lie inside
     // its subtree, and a failed copy must leave this node as it was.
-    ChildListType children = src.GetType() == TypeArray ? src.m_children : ChildListType();
+    ChildListType children = ChildrenForCopy(src);
     Value value = src.m_value;
     m_children.swap(children);
     m_value.swap(value);
@@ -285,6 +288,11 @@ Property& Property::AddWithName(const std::string& name, Property child) {
     RequireName(name, TARSEL_THROW_SITE("Tarsel::Core::Property &Tarsel::Core::Property::AddWithName(const "
                                         "std::string &, Tarsel::Core::Property)"));
     child.m_name = name;
+    // A child moved in still has a leaf's children (the move constructor
+    // copies them along); the appended copy leaves them behind.
+    if (!child.CopiesTakeChildren()) {
+        child.m_children.clear();
+    }
     return AppendChild(child);
 }
 

@@ -51,8 +51,13 @@ public:
     Property(const std::string& name, const char* value);
     Property(const std::string& name, const std::string& value);
     Property(const std::string& name, const Ratio& value);
+    // Copies the name, type and value, and the children of a container. A
+    // node of another type holds children only when AddWithName attached
+    // them; no copy takes those along (CopyDataFrom, assignment, Add,
+    // AddWithName and SetChild neither).
     Property(const Property& src);
-    // Deliberately a copy: the source is left unchanged.
+    // Deliberately a copy: the source is left unchanged. Unlike every other
+    // copy, it takes the children of a node of any type along.
     Property(Property&& src);
     // Destroys the subtree without deep recursion, however deep it is.
     virtual ~Property();
@@ -72,7 +77,9 @@ public:
     Property& operator=(const std::string& value);
     Property& operator=(const Ratio& value);
 
-    // Copies type and content from src but keeps this node's name.
+    // Copies type and content from src but keeps this node's name; this
+    // node's children are replaced by those a copy of src takes. src may be
+    // this node or lie in its subtree.
     void CopyDataFrom(const Property& src);
     void Swap(Property& other) noexcept;
 
@@ -125,9 +132,9 @@ public:
 
     // Appends a copy of child named by the current count ("0", "1", ...).
     Property& Add(const Property& child);
-    // Appends child under name. The one child operation that works on a node
-    // of any type: children of a non-container are then reachable only
-    // through FindChild and GetItemIterator.
+    // Appends a copy of child under name. The one child operation that works
+    // on a node of any type: children of a non-container are then reachable
+    // only through FindChild and GetItemIterator, and copies leave them out.
     Property& AddWithName(const std::string& name, Property child);
 
     iterator FindChild(const std::string& name);
@@ -203,6 +210,12 @@ private:
                   std::is_same_v<std::variant_alternative_t<TypeRatio, Value>, Ratio> &&
                   std::is_same_v<std::variant_alternative_t<TypeArray, Value>, Container>,
                   "the value's index must be the node's type");
+
+    // Whether copies of this node take its children along: only a
+    // container's, see the copy constructor.
+    bool CopiesTakeChildren() const noexcept { return GetType() == TypeArray; }
+    // A deep copy of the children that a copy of src takes.
+    static ChildListType ChildrenForCopy(const Property& src);
 
     template <class T>
     const T& Get(PropertyTypes required, const ThrowSite& site) const;

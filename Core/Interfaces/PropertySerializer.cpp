@@ -608,9 +608,9 @@ public:
         }
         return Int64(static_cast<std::int64_t>(u));
     }
-    // RapidJSON refuses 1e309 but reads 2e308 as infinity; both are beyond
-    // what a JSON number can mean here, so both are parse errors.
-    bool Double(double d) { return std::isfinite(d) && Place<double>(d); }
+    // Any double, infinities and NaN too: a caller's DOM may hold them (text
+    // cannot, see TextTreeBuilder).
+    bool Double(double d) { return Place<double>(d); }
     // A string is loaded whole, zero characters included, except under the
     // name "frameRateRatio": there it is a ratio, or nothing when the text
     // is none, and "n/0" fails the load with boost::bad_rational.
@@ -745,6 +745,15 @@ private:
     std::size_t m_failureItem = 0;
 };
 
+// The builder for JSON text. RapidJSON refuses 1e309 but reads 2e308 as
+// infinity; both are beyond what a JSON number can mean, so text refuses both
+// as a parse error.
+class TextTreeBuilder : public TreeBuilder {
+public:
+    using TreeBuilder::TreeBuilder;
+    bool Double(double d) { return std::isfinite(d) && TreeBuilder::Double(d); }
+};
+
 // Feeds a DOM value's events to a handler in document order, with an
 // explicit stack. Returns false when the handler stops.
 template <class Handler>
@@ -831,14 +840,15 @@ void ApplyItems(Property& target, Property& items, const TreeBuilder& builder) {
     }
 }
 
-// Loads the events of a whole document into target. A target that is an
-// empty container (the usual case) receives the fresh tree in one move;
-// any other has the root's items merged in.
-template <class Parse>
+// Loads the events of a whole document into target, through a Builder (a
+// TreeBuilder) that parse feeds. A target that is an empty container (the
+// usual case) receives the fresh tree in one move; any other has the root's
+// items merged in.
+template <class Builder, class Parse>
 void LoadDocument(Property& target, Parse parse, const ThrowSite& parseErrorSite) {
     const bool emptyContainer = target.GetType() == TypeArray && Access::Children(target).empty();
     Property fresh{std::string()};
-    TreeBuilder builder(fresh, !emptyContainer);
+    Builder builder(fresh, !emptyContainer);
     if (!parse(builder)) {
         ThrowParseError(parseErrorSite);
     }
@@ -874,16 +884,7 @@ void LoadScalar(Property& target, const JsonValue& value) {
 
 // --- JsonTarselStreamOut -------------------------------------------------------
 
-JsonTarselStreamOut::JsonTarselStreamOut(boost::intrusive_ptr<IDataOutput> output) : m_output(std::move(output)) {
-    m_buffer.reserve(kBufferSize);
-}
-
-void JsonTarselStreamOut::Flush() {
-    if (!m_buffer.empty()) {
-        m_output->Write(m_buffer.data(), m_buffer.size());
-        m_buffer.clear();
-    }
-}
+JsonTarselStreamOut::JsonTarselStreamOut(boost::intrusive_ptr<IDataOutput> output) : m_output(std::move(output)) {}
 
 // --- PropertySerializer ----------------------------------------------------------
 
@@ -929,9 +930,9 @@ void PropertySerializer::Save(const Property& property, JsonValue& value, JsonAl
 void PropertySerializer::Deserialize(Property& property, boost::intrusive_ptr<IDataInput> input, bool wrapRoot) {
     // Zero-terminated: the text ends at the first zero byte.
     const WholeInput text = ReadWholeInput(*input, 1);
-    LoadDocument(
+    LoadDocument<TextTreeBuilder>(
         property,
-        [&](TreeBuilder& builder) {
+        [&](TextTreeBuilder& builder) {
             rapidjson::Reader reader;
             rapidjson::InsituStringStream stream(text.bytes.get());
             return !reader.Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseInsituFlag>(stream, builder).IsError();
@@ -951,7 +952,7 @@ void PropertySerializer::Load(Property& property, const JsonValue& value) {
         LoadScalar(property, value);
         return;
     }
-    LoadDocument(
+    LoadDocument<TreeBuilder>(
         property, [&](TreeBuilder& builder) { return WalkValue(value, builder); }, TARSEL_THROW_SITE(kLoadFunction));
 }
 

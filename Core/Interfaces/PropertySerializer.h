@@ -21,27 +21,22 @@ namespace Tarsel::Core {
 
 // The character stream a rapidjson::Writer writes into, over an IDataOutput:
 // for clients that write Save's values with rapidjson's own writer. It holds
-// the sink for its lifetime; characters are gathered in a 64 KiB buffer and
-// reach the sink in order, a buffer at a time, and on Flush (which the writer
-// calls when a document is complete).
+// a reference to the sink for its lifetime and holds back nothing: each
+// character reaches the sink at once, as one Write of one byte.
 class JsonTarselStreamOut {
 public:
     using Ch = char;
-    static constexpr std::size_t kBufferSize = 64 * 1024;
 
     explicit JsonTarselStreamOut(boost::intrusive_ptr<IDataOutput> output);
 
-    void Put(char c) {
-        m_buffer.push_back(c);
-        if (m_buffer.size() == kBufferSize) {
-            Flush();
-        }
-    }
-    void Flush();
+    // Writes c: Write with its address and the count 1, whose result is
+    // ignored. What Write throws passes through.
+    void Put(char c) { m_output->Write(&c, 1); }
+    // Called by the writer when a document is complete: nothing is pending.
+    void Flush() {}
 
 private:
     boost::intrusive_ptr<IDataOutput> m_output;
-    std::string m_buffer;
 };
 
 // Saves and loads Property trees as JSON. Stateless; concurrent calls on
@@ -88,12 +83,14 @@ public:
     // signed 64-bit range assign nothing; a string under the name
     // "frameRateRatio" becomes a ratio when it reads as one.
     //
+    // Every double is assigned as it is, infinities and NaN too (which no
+    // JSON text can hold, see Deserialize), nested or bare.
+    //
     // Throws MethodIsNotApplicable when members or elements meet a property
     // that is not a container, std::invalid_argument ("name is empty") for an
     // empty key, boost::bad_rational for a "frameRateRatio" of "n/0"; what was
-    // loaded before the failure stays. A value nested deeper than 512 levels,
-    // or holding a double that is not finite, throws JsonException "Parse
-    // error" and loads nothing.
+    // loaded before the failure stays. A value nested deeper than 512 levels
+    // throws JsonException "Parse error" and loads nothing.
     static void Load(Property& property, const JsonValue& value);
 
     // The deepest nesting of objects and arrays that is accepted.

@@ -25,11 +25,16 @@ public:
 
 // The counter an implementation holds as a member. It never destroys
 // anything: its owner does, when ReleaseImpl returns 0.
+//
+// It keeps its owner copyable: a copy of a counted object is a new object,
+// which nothing references yet, so a copied counter starts at 0; assignment
+// copies an object's state, not the references to it, so an assigned counter
+// keeps its own count.
 class RefCountImpl {
 public:
     RefCountImpl() noexcept = default;
-    RefCountImpl(const RefCountImpl&) = delete;
-    RefCountImpl& operator=(const RefCountImpl&) = delete;
+    RefCountImpl(const RefCountImpl& /*other*/) noexcept {}
+    RefCountImpl& operator=(const RefCountImpl& /*other*/) noexcept { return *this; }
 
     // Atomic, sequentially consistent; returns the incremented count.
     long AddRefImpl() const noexcept { return m_count.fetch_add(1) + 1; }
@@ -46,8 +51,11 @@ private:
 // The owner pattern for an interface derived from IRefCountable: holds the
 // counter and deletes the object on the last Release. Factories hand the
 // object out in a boost::intrusive_ptr, which takes the first reference.
+// The interface is a public virtual base, as interfaces are throughout the
+// library, so that an implementation that reaches it again through another
+// base still holds it once.
 template <class Interface>
-class RefCounted : public Interface {
+class RefCounted : public virtual Interface {
 public:
     long AddRef() const noexcept override { return m_refCount.AddRefImpl(); }
     long GetRefCount() const noexcept override { return m_refCount.GetRefCountImpl(); }
@@ -61,6 +69,10 @@ public:
 
 protected:
     RefCounted() = default;
+    // What a factory hands out is shared, never copied: a copy of a file
+    // stream, say, would close its file twice.
+    RefCounted(const RefCounted&) = delete;
+    RefCounted& operator=(const RefCounted&) = delete;
 
 private:
     RefCountImpl m_refCount;

@@ -76,6 +76,7 @@ public:
 
 // A controller for callers that want no progress: ignores everything and
 // never asks to stop. Its count is atomic; it holds no other state.
+// IProgressController is its public virtual base (through RefCounted).
 class ProgressControllerStub : public RefCounted<IProgressController> {
 public:
     // A new stub held by the returned pointer alone (count 1); throws

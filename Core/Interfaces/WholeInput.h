@@ -19,9 +19,10 @@ struct WholeInput {
     std::size_t size;
 };
 
-// The whole content of input: GetSize, then one Read into a buffer of that
-// size followed by padding zero bytes. The bytes beyond the count Read
-// returns are zero as well, so a short read reads as zeros.
+// The whole content of input: GetSize, then one Read into a zeroed buffer of
+// that size followed by padding zero bytes. What Read returns is ignored:
+// bytes it did not write stay zero, so a short read reads as zeros and a
+// stream that writes its bytes but reports fewer is read whole.
 // Throws std::bad_alloc for a size that cannot be buffered; exceptions of the
 // input pass through.
 WholeInput ReadWholeInput(IDataInput& input, std::size_t padding);
