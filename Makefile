@@ -15,7 +15,7 @@ SANITIZER_ENV = ASAN_OPTIONS=detect_leaks=1:halt_on_error=1:abort_on_error=1:det
 configure = cmake --preset $(1) -B $(BUILD)/$(2) -DTARSEL_WERROR=ON $(3) $(CMAKE_FLAGS) > /dev/null
 
 .PHONY: all demo test test-release sanitize bench install install-check check-macos deps clean
-.PHONY: fuzz
+.PHONY: fuzz tsan coverage
 
 all: test
 
@@ -45,6 +45,30 @@ sanitize:
 	@$(call configure,sanitize,sanitize,-DCMAKE_CXX_COMPILER=clang++-14)
 	@cmake --build $(BUILD)/sanitize -j $(JOBS)
 	$(SANITIZER_ENV) ctest --test-dir $(BUILD)/sanitize --output-on-failure -j $(JOBS)
+
+# The whole suite under ThreadSanitizer, the concurrency tests (named
+# "Concurrent...") among it: a data race fails the run.
+tsan:
+	@scripts/install-deps --with-clang
+	@cmake -S . -B $(BUILD)/tsan -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_COMPILER=clang++-14 -DTARSEL_TSAN=ON \
+	    -DTARSEL_BUILD_BENCH=OFF -DTARSEL_WERROR=ON $(CMAKE_FLAGS) > /dev/null
+	@cmake --build $(BUILD)/tsan -j $(JOBS)
+	TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 ctest --test-dir $(BUILD)/tsan --output-on-failure -j $(JOBS)
+
+# The whole suite built with clang's source-based coverage; prints the line
+# and branch coverage of the library's sources (Core/), file by file.
+coverage:
+	@scripts/install-deps --with-clang --with-coverage
+	@cmake -S . -B $(BUILD)/coverage -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_COMPILER=clang++-14 -DTARSEL_COVERAGE=ON \
+	    -DTARSEL_BUILD_BENCH=OFF -DTARSEL_WERROR=ON $(CMAKE_FLAGS) > /dev/null
+	@cmake --build $(BUILD)/coverage -j $(JOBS)
+	@rm -rf $(BUILD)/coverage/profiles
+	LLVM_PROFILE_FILE=$(CURDIR)/$(BUILD)/coverage/profiles/%p.profraw \
+	    ctest --test-dir $(BUILD)/coverage --output-on-failure -j $(JOBS) > $(BUILD)/coverage/ctest.log \
+	    || { cat $(BUILD)/coverage/ctest.log; exit 1; }
+	@llvm-profdata-14 merge -sparse $(BUILD)/coverage/profiles/*.profraw -o $(BUILD)/coverage/suite.profdata
+	@llvm-cov-14 report $(BUILD)/coverage/lib/libTarselCore.so -instr-profile=$(BUILD)/coverage/suite.profdata \
+	    -show-region-summary=false -show-instantiation-summary=false $(CURDIR)/Core
 
 # The libFuzzer targets of fuzz/ under the sanitizers, at -O1 with
 # assertions kept; fuzz/run gives each its regressions, then FUZZ_SECONDS of

@@ -8,6 +8,8 @@
 #include <regex>
 #include <set>
 #include <string>
+#include <thread>
+#include <vector>
 
 using namespace Tarsel::Core;
 
@@ -91,4 +93,30 @@ TEST(GenerateStringUuid, IsLowercaseVersion4WithTheRfc4122VariantAndUnique) {
         ASSERT_TRUE(std::regex_match(uuid, form)) << uuid;
         EXPECT_TRUE(seen.insert(uuid).second) << uuid << " came twice";
     }
+}
+
+TEST(GenerateStringUuid, ConcurrentCallsGiveDistinctWellFormedIdentifiers) {
+    const std::regex form("[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}");
+    constexpr int kThreads = 4;
+    constexpr int kEach = 100;
+    std::vector<std::vector<std::string>> made(kThreads);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&made, t] {
+            for (int i = 0; i < kEach; ++i) {
+                made[t].push_back(GenerateStringUuid());
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    std::set<std::string> seen;
+    for (const auto& list : made) {
+        for (const std::string& uuid : list) {
+            ASSERT_TRUE(std::regex_match(uuid, form)) << uuid;
+            EXPECT_TRUE(seen.insert(uuid).second) << uuid << " came twice";
+        }
+    }
+    EXPECT_EQ(seen.size(), std::size_t{kThreads} * kEach);
 }

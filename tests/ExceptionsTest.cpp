@@ -23,12 +23,12 @@ namespace {
 
 const std::string kGenericWhat = std::exception().what();
 
-// AddressSanitizer intercepts backtrace(), and its interceptor's frame takes
-// one of the two that GetCallStack skips.
-#if defined(__SANITIZE_ADDRESS__)
+// AddressSanitizer and ThreadSanitizer intercept backtrace(), and the
+// interceptor's frame takes one of the two that GetCallStack skips.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool kBacktraceIntercepted = true;
 #elif defined(__has_feature)
-constexpr bool kBacktraceIntercepted = __has_feature(address_sanitizer);
+constexpr bool kBacktraceIntercepted = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
 #else
 constexpr bool kBacktraceIntercepted = false;
 #endif

@@ -15,6 +15,7 @@
 #include <functional>
 #include <limits>
 #include <random>
+#include <thread>
 
 using namespace Tarsel;
 using namespace Tarsel::Core;
@@ -453,4 +454,35 @@ TEST(PropertySerializer, RandomTreesRoundTrip) {
         ASSERT_TRUE(back == tree) << text;
         ASSERT_EQ(Serialize(back, true), text);
     }
+}
+
+// Loads and saves of different trees on many threads at once are independent:
+// each thread gets exactly the text a lone load and save gives.
+TEST(PropertySerializer, ConcurrentLoadsAndSavesOfDifferentTreesAreIndependent) {
+    constexpr int kThreads = 6;
+    std::vector<std::string> documents;
+    std::vector<std::string> expected;
+    for (int t = 0; t < kThreads; ++t) {
+        Property tree = Clip();
+        tree.SetChildT<long long>("thread", t);
+        Property& items = tree.SetChild("items");
+        for (int i = 0; i < 50; ++i) {
+            items.Add(Property("", i * 0.5 + t));
+        }
+        documents.push_back(Serialize(tree, true));
+        expected.push_back(Serialize(Load(documents.back(), true), true));
+    }
+    std::vector<std::string> saved(kThreads);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&, t] {
+            for (int round = 0; round < 20; ++round) {
+                saved[t] = Serialize(Load(documents[t], true), true);
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(saved, expected);
 }
