@@ -12,8 +12,7 @@
 #include <dlfcn.h>
 #include <stdlib.h>
 
-namespace Tarsel {
-namespace Core {
+namespace Tarsel::Core {
 
 namespace {
 
@@ -134,5 +133,4 @@ int SetSysEnvironmentVariable(const std::string& name, const std::string& value)
     return setenv(name.c_str(), value.c_str(), 1);
 }
 
-}  // namespace Core
-}  // namespace Tarsel
+}  // namespace Tarsel::Core

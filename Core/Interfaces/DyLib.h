@@ -7,8 +7,7 @@
 
 #include <string>
 
-namespace Tarsel {
-namespace Core {
+namespace Tarsel::Core {
 
 // Owns one loaded module. Loader failures never throw: the operation reports
 // false or null and GetLastError() says why, in a text built from our fixed
@@ -101,5 +100,4 @@ ioPath GetPlatformModuleName(const ioPath& name);
 // starting threads that read the environment.
 int SetSysEnvironmentVariable(const std::string& name, const std::string& value);
 
-}  // namespace Core
-}  // namespace Tarsel
+}  // namespace Tarsel::Core

@@ -6,9 +6,7 @@
 
 #include <cstddef>
 
-namespace Tarsel {
-namespace Core {
-namespace Platform {
+namespace Tarsel::Core::Platform {
 
 // The boost::format pattern of a module's file name, "%1%" the bare name.
 extern const char kModuleNameFormat[];
@@ -26,6 +24,4 @@ void PopAutoreleasePool(void* pool) noexcept;
 // far fewer page faults. A refused hint changes nothing but speed.
 void AdviseLargeBlock(void* data, std::size_t size) noexcept;
 
-}  // namespace Platform
-}  // namespace Core
-}  // namespace Tarsel
+}  // namespace Tarsel::Core::Platform

@@ -4,8 +4,7 @@
 
 #include <Core/Interfaces/Platform.h>
 
-namespace Tarsel {
-namespace Core {
+namespace Tarsel::Core {
 
 AutoreleasePool::AutoreleasePool() : m_pool(Platform::PushAutoreleasePool()) {}
 
@@ -22,5 +21,4 @@ HookerPrintScreen::HookerPrintScreen(void (*)()) : m_impl(std::make_unique<Impl>
 
 HookerPrintScreen::~HookerPrintScreen() = default;
 
-}  // namespace Core
-}  // namespace Tarsel
+}  // namespace Tarsel::Core

@@ -4,8 +4,7 @@
 
 #include <memory>
 
-namespace Tarsel {
-namespace Core {
+namespace Tarsel::Core {
 
 // Gives its scope an Objective-C autorelease pool on macOS: objects
 // autoreleased while it lives are released when it is destroyed. Elsewhere
@@ -47,5 +46,4 @@ private:
     std::unique_ptr<Impl> m_impl;
 };
 
-}  // namespace Core
-}  // namespace Tarsel
+}  // namespace Tarsel::Core

@@ -7,9 +7,7 @@
 
 #include <sys/mman.h>
 
-namespace Tarsel {
-namespace Core {
-namespace Platform {
+namespace Tarsel::Core::Platform {
 
 const char kModuleNameFormat[] = "lib%1%.so";
 // glibc expands $ORIGIN in a dlopen path relative to the object that calls
@@ -39,6 +37,4 @@ void AdviseLargeBlock(void* data, std::size_t size) noexcept {
     }
 }
 
-}  // namespace Platform
-}  // namespace Core
-}  // namespace Tarsel
+}  // namespace Tarsel::Core::Platform

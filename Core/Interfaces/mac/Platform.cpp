@@ -6,9 +6,7 @@
 #include <objc/message.h>
 #include <objc/runtime.h>
 
-namespace Tarsel {
-namespace Core {
-namespace Platform {
+namespace Tarsel::Core::Platform {
 
 const char kModuleNameFormat[] = "lib%1%.dylib";
 const char kFrameworksFolder[] = "@executable_path/../Frameworks/";
@@ -37,6 +35,4 @@ void PopAutoreleasePool(void* pool) noexcept {
     reinterpret_cast<void (*)(id, SEL)>(objc_msgSend)(static_cast<id>(pool), sel_registerName("release"));
 }
 
-}  // namespace Platform
-}  // namespace Core
-}  // namespace Tarsel
+}  // namespace Tarsel::Core::Platform
