@@ -113,6 +113,10 @@ void Property::CopyDataFrom(const Property& src) {
 
 void Property::Swap(Property& other) noexcept {
     m_name.swap(other.m_name);
+    SwapContent(other);
+}
+
+void Property::SwapContent(Property& other) noexcept {
     m_value.swap(other.m_value);
     m_children.swap(other.m_children);
 }

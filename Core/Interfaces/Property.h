@@ -217,6 +217,10 @@ private:
     // A deep copy of the children that a copy of src takes.
     static ChildListType ChildrenForCopy(const Property& src);
 
+    // Exchanges everything but the names: the one place that lists what a
+    // node holds besides its name (Swap and the JSON reader build on it).
+    void SwapContent(Property& other) noexcept;
+
     template <class T>
     const T& Get(PropertyTypes required, const ThrowSite& site) const;
     void AssignScalar(Value&& value) noexcept;
