@@ -3,7 +3,7 @@
 #include <Core/Interfaces/Digest.h>
 
 #include <Core/Interfaces/Exceptions.h>
-#include <Core/Interfaces/WholeInput.h>
+#include <Core/Interfaces/internal/WholeInput.h>
 
 #include <boost/random/mersenne_twister.hpp>
 #include <boost/uuid/random_generator.hpp>

@@ -5,7 +5,7 @@
 #include <Core/Interfaces/DyLib.h>
 
 #include <Core/Interfaces/Exceptions.h>
-#include <Core/Interfaces/Platform.h>
+#include <Core/Interfaces/internal/Platform.h>
 
 #include <boost/format.hpp>
 

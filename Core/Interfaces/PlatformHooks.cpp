@@ -2,7 +2,7 @@
 // platform's (Platform.h).
 #include <Core/Interfaces/PlatformHooks.h>
 
-#include <Core/Interfaces/Platform.h>
+#include <Core/Interfaces/internal/Platform.h>
 
 namespace Tarsel::Core {
 

@@ -1,7 +1,7 @@
 // Linux: modules are ELF shared objects, and the application's own modules
 // sit beside this library. There is no Objective-C runtime, so no pool;
 // large buffers may ask for transparent huge pages.
-#include <Core/Interfaces/Platform.h>
+#include <Core/Interfaces/internal/Platform.h>
 
 #include <cstdint>
 

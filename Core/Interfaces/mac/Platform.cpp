@@ -1,7 +1,7 @@
 // macOS: modules are dylibs in the application bundle's Frameworks folder,
 // and autorelease pools are Foundation's NSAutoreleasePool, reached through
 // the Objective-C runtime so that this file stays plain C++.
-#include <Core/Interfaces/Platform.h>
+#include <Core/Interfaces/internal/Platform.h>
 
 #include <objc/message.h>
 #include <objc/runtime.h>

@@ -2,13 +2,13 @@
 // JSON reader and the digest do.
 #pragma once
 
-#include <Core/Interfaces/DataStream.h>
-
 #include <cstddef>
 #include <cstdlib>
 #include <memory>
 
 namespace Tarsel::Core {
+
+class IDataInput;
 
 struct FreeBytes {
     void operator()(char* bytes) const noexcept { std::free(bytes); }

@@ -1,0 +1,439 @@
+// This file reads JSON into Property trees, for Deserialize (from text) and
+// Load (from RapidJSON values).
+//
+// - Text is parsed by RapidJSON's iterative reader straight into a fresh tree
+//   (TreeBuilder, no intermediate DOM), refusing nesting beyond kMaxDepth;
+//   only then is the result moved into the target, so a syntax error
+//   anywhere leaves the target untouched.
+// - Members that repeat a name load into the first child of that name, as
+//   SetChild does (ChildFinder); a target that already has children has the
+//   document merged in the same way (ApplyItems).
+// - A "frameRateRatio" string becomes a ratio.
+#include <Core/Interfaces/PropertySerializer.h>
+
+#include <Core/Interfaces/internal/SerializerAccess.h>
+
+#include <rapidjson/document.h>
+#include <rapidjson/reader.h>
+
+#include <cmath>
+#include <cstdint>
+#include <exception>
+#include <limits>
+#include <memory>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace Tarsel::Core::Json {
+
+namespace {
+
+// JSON failures carry no call stack: the position in the text, not in the
+// code, is what a caller needs, and the parser's own text is not passed on.
+[[noreturn]] void ThrowParseError(const ThrowSite& site) {
+    ThrowAt(site, JsonException() << JsonException::TagParseError("Parse error"));
+}
+
+// A JSON string read under this name becomes a ratio when it reads as one.
+bool TakesRatio(std::string_view name) {
+    return name == "frameRateRatio";
+}
+
+// Finds and appends the children of one container as a document is loaded.
+// A name the fingerprint has not seen (nearly always) is certainly new and
+// needs no search; only a possible repeat is looked for, by a scan in small
+// containers and through an index in large ones. A container of n members
+// thus costs O(n).
+class ChildFinder {
+public:
+    explicit ChildFinder(Property& container) : m_container(&container) {
+        for (const Property& child : Access::Children(container)) {
+            m_seen.Add(child.GetName());
+        }
+    }
+
+    // Loads a member: the first child named name, reset, or else a new child
+    // at the end, is given a T made of args.
+    template <class T, class... Args>
+    Property& Member(std::string_view name, Args&&... args) {
+        const unsigned bit = NameFingerprint::Bit(name);
+        if (m_seen.Has(bit)) {
+            if (Property* existing = Find(name)) {
+                existing->SetArrayType();
+                Access::SetValue<T>(*existing, std::forward<Args>(args)...);
+                return *existing;
+            }
+        }
+        m_seen.Set(bit);
+        return Append<T>(name, std::forward<Args>(args)...);
+    }
+
+    // Appends a child named name holding a T made of args, without looking
+    // for its name or remembering it: for containers that are never searched
+    // (arrays, and the items collected for a merge).
+    template <class T, class... Args>
+    Property& Append(std::string_view name, Args&&... args) {
+        Property& child = Access::Append<T>(*m_container, name, std::forward<Args>(args)...);
+        if (m_index) {
+            m_index->emplace(child.GetName(), &child);
+        }
+        return child;
+    }
+
+    Property& Container() const { return *m_container; }
+
+private:
+    static constexpr std::size_t kIndexThreshold = 16;
+
+    Property* Find(std::string_view name) {
+        Property::ChildListType& children = Access::Children(*m_container);
+        if (!m_index && children.size() < kIndexThreshold) {
+            for (Property& child : children) {
+                if (child.GetName() == name) {
+                    return &child;
+                }
+            }
+            return nullptr;
+        }
+        if (!m_index) {
+            // The first child of a name wins, as in a scan.
+            m_index = std::make_unique<std::unordered_map<std::string_view, Property*>>();
+            m_index->reserve(children.size() * 2);
+            for (Property& child : children) {
+                m_index->emplace(child.GetName(), &child);
+            }
+        }
+        const auto found = m_index->find(name);
+        return found == m_index->end() ? nullptr : found->second;
+    }
+
+    Property* m_container;
+    NameFingerprint m_seen;
+    std::unique_ptr<std::unordered_map<std::string_view, Property*>> m_index;
+};
+
+// Builds a fresh tree from parser events (RapidJSON's reader, or a walk of a
+// DOM value) with the semantics of loading into an empty container.
+//
+// In items mode the top level only collects the root's members or elements,
+// in order and unmerged, to be merged into a target that already has
+// children (see ApplyItems). The first failure of loading (an empty key, a
+// "frameRateRatio" of "n/0") is recorded with the top-level item it occurred
+// in, and building stops there, but the events are still followed so that a
+// later syntax error or excess depth is still reported as such.
+//
+// Keys must stay valid until the next event: true for in-situ parsing and for
+// DOM walks.
+class TreeBuilder : public rapidjson::BaseReaderHandler<rapidjson::UTF8<char>, TreeBuilder> {
+public:
+    TreeBuilder(Property& root, bool itemsMode) : m_root(root), m_itemsMode(itemsMode) {}
+
+    bool Null() { return Place<Access::Container>(); }
+    bool Bool(bool b) { return Place<bool>(b); }
+    bool Int(int i) { return Int64(i); }
+    bool Uint(unsigned u) { return Int64(u); }
+    bool Int64(std::int64_t i) { return Place<long long>(i); }
+    bool Uint64(std::uint64_t u) {
+        // Beyond the signed range: deliberately nothing.
+        if (u > static_cast<std::uint64_t>(std::numeric_limits<long long>::max())) {
+            return Null();
+        }
+        return Int64(static_cast<std::int64_t>(u));
+    }
+    // Any double, infinities and NaN too: a caller's DOM may hold them (text
+    // cannot, see TextTreeBuilder).
+    bool Double(double d) { return Place<double>(d); }
+    // A string is loaded whole, zero characters included, except under the
+    // name "frameRateRatio": there it is a ratio, or nothing when the text
+    // is none, and "n/0" fails the load with boost::bad_rational.
+    bool String(const char* text, rapidjson::SizeType length, bool) {
+        if (m_depth == 0 || Stopped() || !m_frames.back().isObject || !TakesRatio(m_key)) {
+            return Place<std::string>(text, length);
+        }
+        Ratio ratio;
+        try {
+            if (RatioFromString(std::string(text, length), ratio)) {
+                return Place<Ratio>(ratio);
+            }
+        } catch (const boost::bad_rational&) {
+            Place<Access::Container>();
+            m_failure = std::current_exception();
+            m_failureItem = ItemIndex();
+            return true;
+        }
+        return Place<Access::Container>();
+    }
+
+    bool StartObject() { return Start(true); }
+    bool StartArray() { return Start(false); }
+    bool EndObject(rapidjson::SizeType) { return End(); }
+    bool EndArray(rapidjson::SizeType) { return End(); }
+
+    bool Key(const char* text, rapidjson::SizeType length, bool) {
+        if (Stopped()) {
+            return true;
+        }
+        m_key = KeyOf(std::string_view(text, length));
+        if (m_key.empty() && !AtItemLevel()) {
+            Fail([](Property& container) { container.SetChild(std::string()); });
+        }
+        return true;
+    }
+
+    bool RootIsObject() const { return m_rootIsObject; }
+    const std::exception_ptr& Failure() const { return m_failure; }
+    // The top-level item the failure occurred in.
+    std::size_t FailureItem() const { return m_failureItem; }
+
+private:
+    struct Frame {
+        ChildFinder children;
+        bool isObject;
+    };
+
+    bool Stopped() const { return m_failure != nullptr; }
+    bool AtItemLevel() const { return m_itemsMode && m_frames.size() == 1; }
+
+    bool Start(bool isObject) {
+        if (m_depth == PropertySerializer::kMaxDepth) {
+            return false;
+        }
+        ++m_depth;
+        if (Stopped()) {
+            return true;
+        }
+        if (m_frames.empty()) {
+            m_rootIsObject = isObject;
+            m_frames.push_back(Frame{ChildFinder(m_root), isObject});
+            return true;
+        }
+        Property& child = AddChild<Access::Container>();
+        m_frames.push_back(Frame{ChildFinder(child), isObject});
+        return true;
+    }
+
+    bool End() {
+        --m_depth;
+        if (!Stopped()) {
+            m_frames.pop_back();
+        }
+        return true;
+    }
+
+    // Loads the next value as a T made of args. A scalar at the root is
+    // refused: only objects and arrays are documents.
+    template <class T, class... Args>
+    bool Place(Args&&... args) {
+        if (m_depth == 0) {
+            return false;
+        }
+        if (!Stopped()) {
+            AddChild<T>(std::forward<Args>(args)...);
+        }
+        return true;
+    }
+
+    // The child the next value goes into, holding a T made of args: the
+    // first member of the key's name in an object (except at item level),
+    // otherwise a new child, named by its position in an array.
+    template <class T, class... Args>
+    Property& AddChild(Args&&... args) {
+        Frame& frame = m_frames.back();
+        if (!frame.isObject) {
+            char buffer[24];
+            const std::size_t count = Access::Children(frame.children.Container()).size();
+            return frame.children.template Append<T>(IndexName(count, buffer), std::forward<Args>(args)...);
+        }
+        if (AtItemLevel()) {
+            return frame.children.template Append<T>(m_key, std::forward<Args>(args)...);
+        }
+        return frame.children.template Member<T>(m_key, std::forward<Args>(args)...);
+    }
+
+    // Records the exception that the public operation raises for the same
+    // input, so the caller sees exactly its type, text and throw site.
+    template <class Operation>
+    void Fail(Operation operation) {
+        try {
+            operation(m_frames.back().children.Container());
+        } catch (...) {
+            m_failure = std::current_exception();
+            m_failureItem = ItemIndex();
+        }
+    }
+
+    std::size_t ItemIndex() const {
+        const std::size_t items = Access::Children(m_root).size();
+        return items == 0 ? 0 : items - 1;
+    }
+
+    Property& m_root;
+    const bool m_itemsMode;
+    std::vector<Frame> m_frames;
+    std::string_view m_key;
+    unsigned m_depth = 0;
+    bool m_rootIsObject = false;
+    std::exception_ptr m_failure;
+    std::size_t m_failureItem = 0;
+};
+
+// The builder for JSON text. RapidJSON refuses 1e309 but reads 2e308 as
+// infinity; both are beyond what a JSON number can mean, so text refuses both
+// as a parse error.
+class TextTreeBuilder : public TreeBuilder {
+public:
+    using TreeBuilder::TreeBuilder;
+    bool Double(double d) { return std::isfinite(d) && TreeBuilder::Double(d); }
+};
+
+// Feeds a DOM value's events to a handler in document order, with an
+// explicit stack. Returns false when the handler stops.
+template <class Handler>
+bool WalkValue(const JsonValue& root, Handler& handler) {
+    struct Position {
+        const JsonValue* container;
+        rapidjson::SizeType index;
+    };
+    std::vector<Position> stack;
+    const auto emit = [&](const JsonValue& value) {
+        switch (value.GetType()) {
+        case rapidjson::kObjectType:
+            stack.push_back({&value, 0});
+            return handler.StartObject();
+        case rapidjson::kArrayType:
+            stack.push_back({&value, 0});
+            return handler.StartArray();
+        case rapidjson::kStringType:
+            return handler.String(value.GetString(), value.GetStringLength(), false);
+        case rapidjson::kNumberType:
+            if (value.IsDouble()) {
+                return handler.Double(value.GetDouble());
+            }
+            return value.IsInt64() ? handler.Int64(value.GetInt64()) : handler.Uint64(value.GetUint64());
+        case rapidjson::kTrueType:
+            return handler.Bool(true);
+        case rapidjson::kFalseType:
+            return handler.Bool(false);
+        default:
+            return handler.Null();
+        }
+    };
+    if (!emit(root)) {
+        return false;
+    }
+    while (!stack.empty()) {
+        Position& top = stack.back();
+        const JsonValue& container = *top.container;
+        bool ok = true;
+        if (container.IsObject()) {
+            if (top.index == container.MemberCount()) {
+                stack.pop_back();
+                ok = handler.EndObject(container.MemberCount());
+            } else {
+                const auto& member = container.MemberBegin()[top.index++];
+                ok = handler.Key(member.name.GetString(), member.name.GetStringLength(), false) && emit(member.value);
+            }
+        } else if (top.index == container.Size()) {
+            stack.pop_back();
+            ok = handler.EndArray(container.Size());
+        } else {
+            ok = emit(container[top.index++]);
+        }
+        if (!ok) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Merges the collected top-level items into a target that already has
+// children (or is no container), exactly as loading member by member would:
+// each item takes the place SetChild gives it; the failures of SetChild and
+// Count are those operations' own.
+void ApplyItems(Property& target, Property& items, const TreeBuilder& builder) {
+    ChildFinder finder(target);
+    std::size_t index = 0;
+    for (Property& item : Access::Children(items)) {
+        std::string name = item.GetName();
+        if (!builder.RootIsObject()) {
+            name = std::to_string(target.Count());
+        }
+        if (name.empty() || target.GetType() != TypeArray) {
+            target.SetChild(name);  // throws the refusal
+        }
+        Access::TakeContent(finder.Member<Access::Container>(name), item);
+        if (builder.Failure() && index == builder.FailureItem()) {
+            std::rethrow_exception(builder.Failure());
+        }
+        ++index;
+    }
+    if (builder.Failure()) {
+        std::rethrow_exception(builder.Failure());
+    }
+}
+
+// Loads the events of a whole document into target, through a Builder (a
+// TreeBuilder) that parse feeds. A target that is an empty container (the
+// usual case) receives the fresh tree in one move; any other has the root's
+// items merged in.
+template <class Builder, class Parse>
+void LoadDocument(Property& target, Parse parse, const ThrowSite& parseErrorSite) {
+    const bool emptyContainer = target.GetType() == TypeArray && Access::Children(target).empty();
+    Property fresh{std::string()};
+    Builder builder(fresh, !emptyContainer);
+    if (!parse(builder)) {
+        ThrowParseError(parseErrorSite);
+    }
+    if (emptyContainer) {
+        Access::Children(target).swap(Access::Children(fresh));
+        if (builder.Failure()) {
+            std::rethrow_exception(builder.Failure());
+        }
+        return;
+    }
+    ApplyItems(target, fresh, builder);
+}
+
+void LoadScalar(Property& target, const JsonValue& value) {
+    if (value.IsBool()) {
+        target = value.GetBool();
+    } else if (value.IsDouble()) {
+        target = value.GetDouble();
+    } else if (value.IsInt64()) {
+        target = static_cast<long long>(value.GetInt64());
+    } else if (value.IsString()) {
+        const std::string text(value.GetString(), value.GetStringLength());
+        Ratio ratio;
+        if (!TakesRatio(target.GetName())) {
+            target = text;
+        } else if (RatioFromString(text, ratio)) {
+            target = ratio;
+        }
+    }
+}
+
+}  // namespace
+
+void LoadJsonText(Property& target, char* text, const ThrowSite& parseErrorSite) {
+    LoadDocument<TextTreeBuilder>(
+        target,
+        [&](TextTreeBuilder& builder) {
+            rapidjson::Reader reader;
+            rapidjson::InsituStringStream stream(text);
+            return !reader.Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseInsituFlag>(stream, builder).IsError();
+        },
+        parseErrorSite);
+}
+
+void LoadJsonValue(Property& target, const JsonValue& value, const ThrowSite& parseErrorSite) {
+    if (!value.IsObject() && !value.IsArray()) {
+        LoadScalar(target, value);
+        return;
+    }
+    LoadDocument<TreeBuilder>(
+        target, [&](TreeBuilder& builder) { return WalkValue(value, builder); }, parseErrorSite);
+}
+
+}  // namespace Tarsel::Core::Json

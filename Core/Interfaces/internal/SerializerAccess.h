@@ -1,0 +1,151 @@
+// Private to the library, not installed: what the serializer's entry points
+// (PropertySerializer.cpp), its writer (PropertySerializerWriter.cpp) and its
+// reader (PropertySerializerReader.cpp) share. The serializer's access to Property's storage, the text of keys,
+// array indexes and ratios, and the fingerprint by which both tell distinct
+// names apart without comparing them.
+#pragma once
+
+#include <Core/Interfaces/Property.h>
+#include <Core/Interfaces/PropertySerializer.h>
+
+#include <charconv>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+#include <utility>
+#include <variant>
+
+namespace Tarsel::Core {
+
+// The serializer's view of a node's storage: bulk building and reading
+// without the per-call checks (and copies) of the public operations.
+class SerializerAccess {
+public:
+    static Property::ChildListType& Children(Property& node) { return node.m_children; }
+    static const Property::ChildListType& Children(const Property& node) { return node.m_children; }
+
+    using Container = Property::Container;
+
+    // Appends a child named name holding a T made of args, built in place.
+    template <class T, class... Args>
+    static Property& Append(Property& parent, std::string_view name, Args&&... args) {
+        return parent.m_children.emplace_back(Property::InPlaceKey(), name, std::in_place_type<T>,
+                                              std::forward<Args>(args)...);
+    }
+
+    // Gives dst the type, value and children of src; names stay.
+    static void TakeContent(Property& dst, Property& src) noexcept { dst.SwapContent(src); }
+
+    // Sets the value of a node that has no children, in place: a fresh
+    // container becomes a scalar without a temporary copy of the value.
+    template <class T, class... Args>
+    static void SetValue(Property& node, Args&&... args) {
+        node.m_value.template emplace<T>(std::forward<Args>(args)...);
+    }
+
+    static const std::string& String(const Property& node) { return std::get<std::string>(node.m_value); }
+    static const Ratio& RatioValue(const Property& node) { return std::get<Ratio>(node.m_value); }
+    static double Double(const Property& node) { return std::get<double>(node.m_value); }
+    static long long Int64(const Property& node) { return std::get<long long>(node.m_value); }
+    static bool Bool(const Property& node) { return std::get<bool>(node.m_value); }
+};
+
+namespace Json {
+
+using Access = SerializerAccess;
+using JsonValue = PropertySerializer::JsonValue;
+using JsonAllocator = PropertySerializer::JsonAllocator;
+
+// An object key is a child name up to its first zero character. Keys are
+// short: a plain loop beats a call into the C library.
+inline std::string_view KeyOf(std::string_view name) {
+    std::size_t length = 0;
+    while (length < name.size() && name[length] != '\0') {
+        ++length;
+    }
+    return name.substr(0, length);
+}
+
+inline std::string_view KeyOf(const Property& node) {
+    return KeyOf(std::string_view(node.GetName()));
+}
+
+// Writes "0", "1", ... : the name of the index-th element of an array.
+inline std::string_view IndexName(std::size_t index, char (&buffer)[24]) {
+    const auto result = std::to_chars(buffer, buffer + sizeof buffer, index);
+    return std::string_view(buffer, static_cast<std::size_t>(result.ptr - buffer));
+}
+
+// Writes numerator "/" denominator, the text StringFromRatio gives, without
+// a formatting stream per value (that was a tenth of the time of saving) and
+// whatever the global locale.
+inline std::string_view RatioText(const Ratio& ratio, char (&buffer)[48]) {
+    char* end = std::to_chars(buffer, buffer + sizeof buffer, ratio.numerator()).ptr;
+    *end++ = '/';
+    end = std::to_chars(end, buffer + sizeof buffer, ratio.denominator()).ptr;
+    return std::string_view(buffer, static_cast<std::size_t>(end - buffer));
+}
+
+// One bit of 256 for each name seen: a name whose bit is clear is certainly
+// new, so distinct names (nearly always the case) are told apart without
+// comparing them; only a possible repeat needs an exact check.
+class NameFingerprint {
+    template <class Word>
+    static Word Load(const char* bytes) {
+        Word word;
+        std::memcpy(&word, bytes, sizeof word);
+        return word;
+    }
+
+public:
+    // Hashes the length and the first and last eight bytes (fewer for short
+    // names) with one multiplication: a per-byte hash was a tenth of the
+    // time of loading. Names that differ only in between merely share a bit.
+    static unsigned Bit(std::string_view name) {
+        const char* const text = name.data();
+        const std::size_t length = name.size();
+        std::uint64_t word;
+        if (length >= 8) {
+            word = Load<std::uint64_t>(text) ^ (Load<std::uint64_t>(text + length - 8) << 7);
+        } else if (length >= 4) {
+            word = Load<std::uint32_t>(text) | std::uint64_t{Load<std::uint32_t>(text + length - 4)} << 32;
+        } else if (length > 0) {
+            word = std::uint64_t{static_cast<unsigned char>(text[0])} << 16 |
+                   std::uint64_t{static_cast<unsigned char>(text[length / 2])} << 8 |
+                   static_cast<unsigned char>(text[length - 1]);
+        } else {
+            word = 0;
+        }
+        word ^= length * 0x9E3779B97F4A7C15ULL;
+        return static_cast<unsigned>((word * 0xD6E8FEB86659FD93ULL) >> 56);
+    }
+
+    bool Has(unsigned bit) const { return (m_bits[bit / 64] >> (bit % 64) & 1) != 0; }
+    void Set(unsigned bit) { m_bits[bit / 64] |= std::uint64_t{1} << (bit % 64); }
+
+    // Returns false when name is certainly new; remembers it either way.
+    bool Add(std::string_view name) {
+        const unsigned bit = Bit(name);
+        const bool maybeSeen = Has(bit);
+        Set(bit);
+        return maybeSeen;
+    }
+
+private:
+    std::uint64_t m_bits[4] = {};
+};
+
+// The serializer's four directions. Each parse error is thrown at
+// parseErrorSite, the public entry point's.
+
+// PropertySerializerWriter.cpp: builds the whole text, then writes it to
+// output in one Write.
+void WriteJsonText(const Property& root, bool wrapRoot, IDataOutput& output);
+void SaveJsonValue(const Property& root, JsonValue& value, JsonAllocator& allocator);
+
+// PropertySerializerReader.cpp: text is zero-terminated and parsed in place.
+void LoadJsonText(Property& target, char* text, const ThrowSite& parseErrorSite);
+void LoadJsonValue(Property& target, const JsonValue& value, const ThrowSite& parseErrorSite);
+
+}  // namespace Json
+}  // namespace Tarsel::Core
