@@ -10,21 +10,13 @@ Exception::~Exception() noexcept = default;
 
 namespace Core {
 
-CoreException::~CoreException() noexcept = default;
-IOException::~IOException() noexcept = default;
+#define TARSEL_DEFINE_DESTRUCTOR(Name, Derivation, Base, Members) Name::~Name() noexcept = default;
+TARSEL_CORE_EXCEPTIONS(TARSEL_DEFINE_DESTRUCTOR)
+#undef TARSEL_DEFINE_DESTRUCTOR
 
 MemoryException::MemoryException(const std::string& description, int blockSize) {
     *this << TagDescription(description) << TagBlockSize(blockSize);
 }
-MemoryException::~MemoryException() noexcept = default;
-
-PropertyException::~PropertyException() noexcept = default;
-MethodIsNotApplicable::~MethodIsNotApplicable() noexcept = default;
-WrongTypeIsRequested::~WrongTypeIsRequested() noexcept = default;
-ChildNameIsNotFound::~ChildNameIsNotFound() noexcept = default;
-IndexIsOutOfBound::~IndexIsOutOfBound() noexcept = default;
-ComparedPropertiesHaveDifferentTypes::~ComparedPropertiesHaveDifferentTypes() noexcept = default;
-JsonException::~JsonException() noexcept = default;
 
 }  // namespace Core
 
@@ -41,12 +33,10 @@ void SetCallStackEnabled(bool enabled) {
     Core::StackTrace::s_enabled = enabled;
 }
 
-template const Core::PropertyException& AddStack(const Core::PropertyException&);
-template const Core::MethodIsNotApplicable& AddStack(const Core::MethodIsNotApplicable&);
-template const Core::WrongTypeIsRequested& AddStack(const Core::WrongTypeIsRequested&);
-template const Core::ChildNameIsNotFound& AddStack(const Core::ChildNameIsNotFound&);
-template const Core::IndexIsOutOfBound& AddStack(const Core::IndexIsOutOfBound&);
-template const Core::ComparedPropertiesHaveDifferentTypes& AddStack(const Core::ComparedPropertiesHaveDifferentTypes&);
+#define TARSEL_INSTANTIATE_ADD_STACK(Name, Derivation, Base, Members) \
+    template const Core::Name& AddStack(const Core::Name&);
+TARSEL_PROPERTY_EXCEPTIONS(TARSEL_INSTANTIATE_ADD_STACK)
+#undef TARSEL_INSTANTIATE_ADD_STACK
 template const std::logic_error AddStack(const std::logic_error&);
 template const std::invalid_argument AddStack(const std::invalid_argument&);
 

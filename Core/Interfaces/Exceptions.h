@@ -73,74 +73,59 @@ public:
     ~Exception() noexcept override;
 };
 
-namespace Core {
+// The library's exception tree, one class a line: its name, how it derives
+// from its base (virtual or plain, always public), its base, and the members
+// it adds, if any, to what every class has: an out-of-line destructor, which
+// anchors its type identity in this library. All live in Tarsel::Core.
+//
+// The property family, thrown by every Property operation with a call stack;
+// the subclasses name the reason. AddStack is instantiated for each.
+#define TARSEL_PROPERTY_EXCEPTIONS(X)                                              \
+    X(PropertyException, virtual, CoreException, TARSEL_PROPERTY_EXCEPTION_RECORDS) \
+    X(MethodIsNotApplicable, , PropertyException, )                                \
+    X(WrongTypeIsRequested, , PropertyException, )                                 \
+    X(ChildNameIsNotFound, , PropertyException, )                                  \
+    X(IndexIsOutOfBound, , PropertyException, )                                    \
+    X(ComparedPropertiesHaveDifferentTypes, , PropertyException, )
 
-class CoreException : public virtual Exception {
-public:
-    ~CoreException() noexcept override;
-};
+// IOException and MemoryException are offered to clients: the library itself
+// never throws them. JsonException is thrown by the JSON serializer,
+// deliberately without a call stack.
+#define TARSEL_CORE_EXCEPTIONS(X)                                                  \
+    X(CoreException, virtual, Exception, )                                         \
+    X(IOException, virtual, CoreException, )                                       \
+    X(MemoryException, virtual, CoreException, TARSEL_MEMORY_EXCEPTION_MEMBERS)    \
+    TARSEL_PROPERTY_EXCEPTIONS(X)                                                  \
+    X(JsonException, virtual, CoreException, TARSEL_JSON_EXCEPTION_RECORDS)
 
-// Offered to clients; the library itself never throws it.
-class IOException : public virtual CoreException {
-public:
-    ~IOException() noexcept override;
-};
-
-// Offered to clients; the library itself never throws it.
-class MemoryException : public virtual CoreException {
-public:
-    using TagBlockSize = NamedErrorInfo<Tags::BlockSize, int>;
-
-    // Attaches TagDescription, then TagBlockSize.
+// The records each class carries, nested in it, and MemoryException's
+// constructor, which attaches TagDescription, then TagBlockSize.
+#define TARSEL_MEMORY_EXCEPTION_MEMBERS                            \
+    using TagBlockSize = NamedErrorInfo<Tags::BlockSize, int>;     \
     MemoryException(const std::string& description, int blockSize);
-    ~MemoryException() noexcept override;
-};
-
-// Thrown by every Property operation; the subclasses name the reason.
-class PropertyException : public virtual CoreException {
-public:
-    using TagPropertyName = NamedErrorInfo<Tags::PropertyName, std::string>;
-    using TagPropertyType = NamedErrorInfo<Tags::PropertyType, PropertyTypes>;
-    using TagMethodName = NamedErrorInfo<Tags::MethodName, std::string>;
-    using TagRequestedType = NamedErrorInfo<Tags::RequestedType, PropertyTypes>;
-    using TagOtherPropertyType = NamedErrorInfo<Tags::OtherPropertyType, PropertyTypes>;
-    using TagRequestedChildName = NamedErrorInfo<Tags::RequestedChildName, std::string>;
-    using TagRequestedChildIndex = NamedErrorInfo<Tags::RequestedChildIndex, std::size_t>;
+#define TARSEL_PROPERTY_EXCEPTION_RECORDS                                                 \
+    using TagPropertyName = NamedErrorInfo<Tags::PropertyName, std::string>;              \
+    using TagPropertyType = NamedErrorInfo<Tags::PropertyType, PropertyTypes>;            \
+    using TagMethodName = NamedErrorInfo<Tags::MethodName, std::string>;                  \
+    using TagRequestedType = NamedErrorInfo<Tags::RequestedType, PropertyTypes>;          \
+    using TagOtherPropertyType = NamedErrorInfo<Tags::OtherPropertyType, PropertyTypes>;  \
+    using TagRequestedChildName = NamedErrorInfo<Tags::RequestedChildName, std::string>;  \
+    using TagRequestedChildIndex = NamedErrorInfo<Tags::RequestedChildIndex, std::size_t>; \
     using TagChildCount = NamedErrorInfo<Tags::ChildCount, std::size_t>;
+#define TARSEL_JSON_EXCEPTION_RECORDS using TagParseError = NamedErrorInfo<Tags::ParseError, std::string>;
 
-    ~PropertyException() noexcept override;
-};
+#define TARSEL_DECLARE_EXCEPTION(Name, Derivation, Base, Members) \
+    class Name : public Derivation Base {                         \
+    public:                                                       \
+        Members                                                   \
+        ~Name() noexcept override;                                \
+    };
 
-class MethodIsNotApplicable : public PropertyException {
-public:
-    ~MethodIsNotApplicable() noexcept override;
-};
-class WrongTypeIsRequested : public PropertyException {
-public:
-    ~WrongTypeIsRequested() noexcept override;
-};
-class ChildNameIsNotFound : public PropertyException {
-public:
-    ~ChildNameIsNotFound() noexcept override;
-};
-class IndexIsOutOfBound : public PropertyException {
-public:
-    ~IndexIsOutOfBound() noexcept override;
-};
-class ComparedPropertiesHaveDifferentTypes : public PropertyException {
-public:
-    ~ComparedPropertiesHaveDifferentTypes() noexcept override;
-};
-
-// Thrown by the JSON serializer, deliberately without a call stack.
-class JsonException : public virtual CoreException {
-public:
-    using TagParseError = NamedErrorInfo<Tags::ParseError, std::string>;
-
-    ~JsonException() noexcept override;
-};
-
+namespace Core {
+TARSEL_CORE_EXCEPTIONS(TARSEL_DECLARE_EXCEPTION)
 }  // namespace Core
+
+#undef TARSEL_DECLARE_EXCEPTION
 
 // The call stack of the caller, one frame a line, without the frames of the
 // capture itself. Throws std::bad_alloc when memory runs out.
@@ -192,13 +177,10 @@ template <class E, class... Info>
     ThrowAt(site, AddStack(e));
 }
 
-extern template const Core::PropertyException& AddStack(const Core::PropertyException&);
-extern template const Core::MethodIsNotApplicable& AddStack(const Core::MethodIsNotApplicable&);
-extern template const Core::WrongTypeIsRequested& AddStack(const Core::WrongTypeIsRequested&);
-extern template const Core::ChildNameIsNotFound& AddStack(const Core::ChildNameIsNotFound&);
-extern template const Core::IndexIsOutOfBound& AddStack(const Core::IndexIsOutOfBound&);
-extern template const Core::ComparedPropertiesHaveDifferentTypes& AddStack(
-    const Core::ComparedPropertiesHaveDifferentTypes&);
+#define TARSEL_DECLARE_ADD_STACK(Name, Derivation, Base, Members) \
+    extern template const Core::Name& AddStack(const Core::Name&);
+TARSEL_PROPERTY_EXCEPTIONS(TARSEL_DECLARE_ADD_STACK)
+#undef TARSEL_DECLARE_ADD_STACK
 extern template const std::logic_error AddStack(const std::logic_error&);
 extern template const std::invalid_argument AddStack(const std::invalid_argument&);
 
