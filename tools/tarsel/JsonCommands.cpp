@@ -105,7 +105,8 @@ int RunSet(const std::vector<std::string>& args) {
     options.add_options()("file", FileArgument(), "the JSON file, saved back in place")(
         "path", po::value<std::string>()->required()->value_name("PATH"),
         "child names joined by \"/\"; missing containers on the way are made")(
-        "value", po::value<std::string>()->required()->value_name("VALUE"), "the new value")(
+        "value", po::value<std::string>()->required()->value_name("VALUE"),
+        "the new value (after -- when it starts with -)")(
         "type", po::value<std::string>()->default_value("")->value_name("TYPE"),
         "bool, int, double, string or ratio; without it the type is inferred from VALUE")(
         "pointer", po::bool_switch(), kPointerHelp);

@@ -221,7 +221,9 @@ private:
         }
     }
 
-    JsonProblem Problem(std::size_t offset, std::string reason) const { return Locate(m_text, offset, std::move(reason)); }
+    JsonProblem Problem(std::size_t offset, std::string reason) const {
+        return Locate(m_text, offset, std::move(reason));
+    }
 
     std::string_view m_text;
     LiveStream& m_stream;

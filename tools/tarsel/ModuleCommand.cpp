@@ -21,10 +21,12 @@ namespace {
 // variable: what the loader looks in, and what a user can go and see.
 std::string Expanded(const ioPath& folder) {
     std::string text = folder.utf8string();
-    const std::string library = boost::dll::symbol_location_ptr(&GetLibraryPath).parent_path().string();
+    const std::string library =
+        boost::dll::symbol_location_ptr(&GetLibraryPath).parent_path().lexically_normal().string();
     boost::algorithm::replace_all(text, "$ORIGIN", library);
     boost::algorithm::replace_all(text, "@loader_path", library);
-    boost::algorithm::replace_all(text, "@executable_path", boost::dll::program_location().parent_path().string());
+    boost::algorithm::replace_all(text, "@executable_path",
+                                  boost::dll::program_location().parent_path().lexically_normal().string());
     return text;
 }
 

@@ -148,7 +148,7 @@ std::string ExactValueText(const Property& node) {
     case TypeRatio:
         return StringFromRatio(node.GetRatio());
     case TypeArray:
-        return node.Count() == 1 ? "an object of 1 member" : "an object of " + std::to_string(node.Count()) + " members";
+        return "an object of " + std::to_string(node.Count()) + (node.Count() == 1 ? " member" : " members");
     default:
         return "nothing";
     }
