@@ -1,6 +1,8 @@
 #include <Core/Interfaces/DataStream.h>
 #include <Core/Interfaces/Digest.h>
 
+#include "TempFolder.h"
+
 #include <boost/filesystem.hpp>
 #include <gtest/gtest.h>
 
@@ -25,23 +27,8 @@ namespace fs = boost::filesystem;
 
 namespace {
 
-// Every test works in a fresh folder of its own, removed afterwards.
-class DataStreamTest : public testing::Test {
+class DataStreamTest : public TarselTest::TempFolderTest {
 protected:
-    void SetUp() override { fs::create_directory(m_dir); }
-    void TearDown() override { fs::remove_all(m_dir); }
-
-    std::string At(const std::string& name) const { return (m_dir / name).string(); }
-
-    void WriteFile(const std::string& name, const std::string& bytes) const {
-        std::ofstream(At(name), std::ios::binary) << bytes;
-    }
-
-    std::string ReadFile(const std::string& name) const {
-        std::ifstream in(At(name), std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    }
-
     // The names in the folder, sorted: what a save left behind.
     std::vector<std::string> Entries() const {
         std::vector<std::string> names;
@@ -51,8 +38,6 @@ protected:
         std::sort(names.begin(), names.end());
         return names;
     }
-
-    const fs::path m_dir = fs::temp_directory_path() / fs::unique_path("tarsel-streams-%%%%-%%%%-%%%%");
 };
 
 // GetSize, then one Read of that size: how the serializer and the digest read.

@@ -4,6 +4,8 @@
 #include <Core/Interfaces/PropertySerializer.h>
 #include <Core/Interfaces/Version.h>
 
+#include "TempFolder.h"
+
 #include <boost/algorithm/hex.hpp>
 #include <boost/filesystem.hpp>
 #include <gtest/gtest.h>
@@ -167,35 +169,18 @@ std::string Md5Hex(const std::string& bytes) {
     return boost::algorithm::hex_lower(std::string(digest.begin(), digest.end())) + "\n";
 }
 
-// Every test works in a fresh folder of its own, removed afterwards; the
-// tool runs in it, so that reports name files as given here.
-class ToolTest : public testing::Test {
+// The tool runs in the test's folder, so that reports name files as given
+// here.
+class ToolTest : public TarselTest::TempFolderTest {
 protected:
-    void SetUp() override {
-        fs::create_directory(m_dir);
-        // Reachable by the unprivileged user some cases run as.
-        fs::permissions(m_dir, fs::perms(0755));
-    }
-    void TearDown() override { fs::remove_all(m_dir); }
-
     Result Run(const std::vector<std::string>& args, const Launch& launch = {}) const {
         return RunIn(m_dir, args, launch);
     }
 
-    void Write(const std::string& name, const std::string& bytes) const {
-        std::ofstream(At(name), std::ios::binary) << bytes;
-    }
-    std::string Read(const std::string& name) const {
-        std::ifstream in(At(name), std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    }
-    std::string At(const std::string& name) const { return (m_dir / name).string(); }
     std::size_t EntryCount(const std::string& folder) const {
         return static_cast<std::size_t>(
             std::distance(fs::directory_iterator(m_dir / folder), fs::directory_iterator()));
     }
-
-    const fs::path m_dir = fs::temp_directory_path() / fs::unique_path("tarsel-tool-%%%%-%%%%-%%%%");
 };
 
 constexpr const char* kSettings =
@@ -205,14 +190,14 @@ constexpr const char* kSettings =
 }  // namespace
 
 TEST_F(ToolTest, EachInputGivesItsExitStatusAndAtMostOneErrorLineNamingTheFile) {
-    Write("settings.json", kSettings);
+    WriteFile("settings.json", kSettings);
     // An npm lockfile names its root package "".
-    Write("package-lock.json", "{\"name\":\"x\",\n \"packages\": {\"\": {\"version\": \"1.0.0\"}}}");
-    Write("ratio.json", R"({"playback":{"frameRateRatio":"1/0"}})");
-    Write("truncated.json", R"({"a":[1,2)");
-    Write("deep.json", std::string(100000, '[') + std::string(100000, ']'));
-    Write("scalar.json", "42");
-    Write("secret.json", kSettings);
+    WriteFile("package-lock.json", "{\"name\":\"x\",\n \"packages\": {\"\": {\"version\": \"1.0.0\"}}}");
+    WriteFile("ratio.json", R"({"playback":{"frameRateRatio":"1/0"}})");
+    WriteFile("truncated.json", R"({"a":[1,2)");
+    WriteFile("deep.json", std::string(100000, '[') + std::string(100000, ']'));
+    WriteFile("scalar.json", "42");
+    WriteFile("secret.json", kSettings);
     ASSERT_EQ(chmod(At("secret.json").c_str(), 0), 0);
     fs::create_directory(At("folder"));
     const struct {
@@ -292,7 +277,7 @@ TEST_F(ToolTest, Md5OfAProcFileIsItsWholeContent) {
 }
 
 TEST_F(ToolTest, VerboseAddsTheDiagnosticInformationWithTheCallStack) {
-    Write("package-lock.json", R"({"packages":{"":{}}})");
+    WriteFile("package-lock.json", R"({"packages":{"":{}}})");
     const Result result = Run({"show", "package-lock.json", "--verbose"});
     EXPECT_EQ(result.status, 3);
     const std::string first = result.err.substr(0, result.err.find('\n') + 1);
@@ -306,7 +291,7 @@ TEST_F(ToolTest, VerboseAddsTheDiagnosticInformationWithTheCallStack) {
 }
 
 TEST_F(ToolTest, GetPrintsValuesExactly) {
-    Write("values.json", R"({"lat":52.520008,"time":1700000000.123,"tenth":0.1,"huge":1e300,"yes":true,"no":false,)"
+    WriteFile("values.json", R"({"lat":52.520008,"time":1700000000.123,"tenth":0.1,"huge":1e300,"yes":true,"no":false,)"
                          R"("n":-42,"s":"a b","playback":{"frameRateRatio":"30000/1001"},"list":[1,"x"],)"
                          R"("dependencies":{"@scope/name":"^1.0","a~b":2}})");
     const struct {
@@ -344,7 +329,7 @@ TEST_F(ToolTest, GetPrintsValuesExactly) {
 }
 
 TEST_F(ToolTest, ShowPrintsTheLibrarysTreeTextOrItsJsonText) {
-    Write("settings.json", kSettings);
+    WriteFile("settings.json", kSettings);
     Property tree("settings");
     PropertySerializer::Deserialize(tree, MemoryDataInput::Create(kSettings), false);
     std::ostringstream text;
@@ -359,14 +344,14 @@ TEST_F(ToolTest, ShowPrintsTheLibrarysTreeTextOrItsJsonText) {
     for (int i = 0; i < 20000; ++i) {
         many += (i > 0 ? ",\"k" : "\"k") + std::to_string(i) + "\":" + std::to_string(i);
     }
-    Write("many.json", many + "}");
+    WriteFile("many.json", many + "}");
     const Result result = Run({"show", "many.json"});
     EXPECT_EQ(std::count(result.out.begin(), result.out.end(), '\n'), 20002);
     EXPECT_EQ(result.out.substr(result.out.size() - 16), "\tk19999: 19999\n\n");
 }
 
 TEST_F(ToolTest, SetChangesOneValueInfersItsTypeAndKeepsThePermissions) {
-    Write("settings.json", kSettings);
+    WriteFile("settings.json", kSettings);
     ASSERT_EQ(chmod(At("settings.json").c_str(), 0640), 0);
     const struct {
         std::vector<std::string> args;
@@ -414,7 +399,7 @@ TEST_F(ToolTest, SetChangesOneValueInfersItsTypeAndKeepsThePermissions) {
 TEST_F(ToolTest, SetThatCannotSaveLeavesTheFileByteForByte) {
     fs::create_directory(At("locked"));
     const std::string original = std::string(kSettings) + "\n";
-    Write("locked/settings.json", original);
+    WriteFile("locked/settings.json", original);
     // A folder the user may not write in: no temporary file can be made.
     Launch asUser;
     asUser.unprivileged = true;
@@ -423,7 +408,7 @@ TEST_F(ToolTest, SetThatCannotSaveLeavesTheFileByteForByte) {
     EXPECT_EQ(readOnly.status, 3);
     EXPECT_EQ(readOnly.err, "tarsel: locked/settings.json: cannot save: permission denied\n");
     ASSERT_EQ(chmod(At("locked").c_str(), 0755), 0);
-    EXPECT_EQ(Read("locked/settings.json"), original);
+    EXPECT_EQ(ReadFile("locked/settings.json"), original);
     EXPECT_EQ(EntryCount("locked"), 1u);
 
     // Interrupted after the temporary file was begun: the system refuses
@@ -433,20 +418,20 @@ TEST_F(ToolTest, SetThatCannotSaveLeavesTheFileByteForByte) {
     const Result interrupted = Run({"set", "locked/settings.json", "video/width", "1"}, limited);
     EXPECT_EQ(interrupted.status, 3);
     EXPECT_EQ(interrupted.err, "tarsel: locked/settings.json: cannot save: the file would exceed the allowed size\n");
-    EXPECT_EQ(Read("locked/settings.json"), original);
+    EXPECT_EQ(ReadFile("locked/settings.json"), original);
     EXPECT_EQ(EntryCount("locked"), 1u);
 }
 
 TEST_F(ToolTest, DiffUsesTheLibrarysEqualityAndPrintsTheFirstDifference) {
-    Write("a.json", kSettings);
+    WriteFile("a.json", kSettings);
     // The same settings in another order, a double within 1e-05.
-    Write("same.json", R"({"video":{"hardwareDecoding":true,"codec":"h264","width":1920},)"
+    WriteFile("same.json", R"({"video":{"hardwareDecoding":true,"codec":"h264","width":1920},)"
                        R"("playback":{"volume":0.800001,"frameRateRatio":"60000/2002","frameRate":29.97}})");
-    Write("rate.json", R"({"playback":{"frameRate":29.97,"frameRateRatio":"24000/1001","volume":0.8},)"
+    WriteFile("rate.json", R"({"playback":{"frameRate":29.97,"frameRateRatio":"24000/1001","volume":0.8},)"
                        R"("video":{"width":1920,"codec":"h264","hardwareDecoding":true}})");
-    Write("fewer.json", R"({"playback":{"frameRate":29.97,"frameRateRatio":"30000/1001","volume":0.8},)"
+    WriteFile("fewer.json", R"({"playback":{"frameRate":29.97,"frameRateRatio":"30000/1001","volume":0.8},)"
                         R"("video":{"width":1920,"hardwareDecoding":true}})");
-    Write("types.json", R"({"playback":{"frameRate":29.97,"frameRateRatio":"30000/1001","volume":0.8},)"
+    WriteFile("types.json", R"({"playback":{"frameRate":29.97,"frameRateRatio":"30000/1001","volume":0.8},)"
                         R"("video":{"width":"1920","codec":"h264","hardwareDecoding":true}})");
     const struct {
         std::string other;
