@@ -7,6 +7,8 @@
 
 #include <Core/Interfaces/PropertySerializer.h>
 
+#include <boost/filesystem/operations.hpp>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -102,17 +104,52 @@ boost::intrusive_ptr<IDataInput> OpenInput(const std::string& file) {
     }
 }
 
+namespace {
+
+std::shared_ptr<const std::string> ReadText(IDataInput& input) {
+    auto text = std::make_shared<std::string>(input.GetSize(), '\0');
+    text->resize(input.Read(text->data(), text->size()));
+    return text;
+}
+
+// A file that FileDataInput reads from the disk, which can be read again.
+bool IsOnDisk(const std::string& file) {
+    boost::system::error_code error;
+    return file != "-" && boost::filesystem::is_regular_file(file, error) &&
+           boost::filesystem::file_size(file, error) > 0 && !error;
+}
+
+// The text of file read again to locate a failure to load it; null when
+// that fails too.
+std::shared_ptr<const std::string> ReadAgain(const std::string& file) noexcept {
+    try {
+        return ReadText(*FileDataInput::Create(file));
+    } catch (...) {
+        return nullptr;
+    }
+}
+
+}  // namespace
+
 Document LoadDocument(const std::string& file, bool wrap) {
     const boost::intrusive_ptr<IDataInput> input = OpenInput(file);
     Document document;
     document.name = DisplayName(file);
+    // A failure is located in the text. A file on the disk is read again
+    // for that, so that a load that succeeds holds the text only once, in
+    // the library; anything else (a pipe, standard input) cannot be read
+    // twice, so the text is kept.
+    const bool onDisk = IsOnDisk(file);
+    std::shared_ptr<const std::string> text;
     try {
-        auto text = std::make_shared<std::string>(input->GetSize(), '\0');
-        text->resize(input->Read(text->data(), text->size()));
-        document.text = std::move(text);
-        PropertySerializer::Deserialize(document.tree, new TextInput(document.text), wrap);
+        if (onDisk) {
+            PropertySerializer::Deserialize(document.tree, input, wrap);
+        } else {
+            text = ReadText(*input);
+            PropertySerializer::Deserialize(document.tree, new TextInput(text), wrap);
+        }
     } catch (...) {
-        RethrowAbout(document.name, "", document.text);
+        RethrowAbout(document.name, "", onDisk ? ReadAgain(file) : text);
     }
     return document;
 }

@@ -8,7 +8,6 @@
 
 #include <boost/intrusive_ptr.hpp>
 
-#include <memory>
 #include <ostream>
 #include <string>
 
@@ -21,11 +20,9 @@ std::string DisplayName(const std::string& file);
 // Failures are reported against file (see RethrowAbout).
 boost::intrusive_ptr<Tarsel::Core::IDataInput> OpenInput(const std::string& file);
 
-// A JSON settings file loaded into a tree.
+// A JSON settings file loaded into a tree, and its name in reports.
 struct Document {
     std::string name;
-    // The bytes it was loaded from.
-    std::shared_ptr<const std::string> text;
     Tarsel::Core::Property tree{"settings"};
 };
 
