@@ -48,9 +48,10 @@ std::string FirstLine(const std::string& text) {
     return text.substr(0, text.find('\n'));
 }
 
-// The system's reason in the user's words.
-std::string SystemReason(const boost::system::error_code& code) {
-    switch (code.value()) {
+}  // namespace
+
+std::string SystemReason(int errorNumber) {
+    switch (errorNumber) {
     case ENOENT:
         return "no such file or folder";
     case EACCES:
@@ -69,7 +70,7 @@ std::string SystemReason(const boost::system::error_code& code) {
     case EFBIG:
         return "the file would exceed the allowed size";
     default: {
-        std::string text = code.message();
+        std::string text = std::strerror(errorNumber);
         if (!text.empty()) {
             text[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(text[0])));
         }
@@ -77,6 +78,8 @@ std::string SystemReason(const boost::system::error_code& code) {
     }
     }
 }
+
+namespace {
 
 // A very long name (freename is given some) is shortened in the middle.
 std::string Elided(const std::string& subject) {
@@ -140,7 +143,7 @@ Report Classify(const std::exception_ptr& error) {
     } catch (const AboutFile& e) {
         return ClassifyAbout(e);
     } catch (const boost::filesystem::filesystem_error& e) {
-        return {e.path1().string(), SystemReason(e.code()), kFailed};
+        return {e.path1().string(), SystemReason(e.code().value()), kFailed};
     } catch (const std::bad_alloc&) {
         return {"", "out of memory", kFailed};
     } catch (const std::exception& e) {

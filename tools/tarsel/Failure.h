@@ -32,6 +32,10 @@ private:
 [[noreturn]] void RethrowAbout(const std::string& name, const char* doing,
                                std::shared_ptr<const std::string> text = nullptr);
 
+// The system's error number errorNumber in the user's words: "permission
+// denied", "is a folder, not a file", "no space left on the disk".
+std::string SystemReason(int errorNumber);
+
 // Prints the exception in flight as one line, "tarsel: SUBJECT: REASON" (or
 // "tarsel COMMAND: ..." for a usage error), followed with verbose by the
 // exception's full diagnostic information and call stack, and returns the

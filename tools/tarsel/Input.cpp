@@ -162,7 +162,7 @@ std::ostream& Out() {
 void FinishOutput() {
     if (!Buffer().Drain() || std::fflush(stdout) != 0) {
         const int error = Buffer().Error() != 0 ? Buffer().Error() : errno;
-        throw ToolFailure(kFailed, "standard output", std::strerror(error));
+        throw ToolFailure(kFailed, "standard output", SystemReason(error));
     }
 }
 
