@@ -896,6 +896,12 @@ void PropertySerializer::Serialize(const Property& property, boost::intrusive_pt
     output->Write(text.data(), text.size());
 }
 
+void PropertySerializer::SerializeToFile(const Property& property, const ioPath& path, bool wrapRoot) {
+    const auto output = AtomicFileDataOutput::Create(path);
+    Serialize(property, output, wrapRoot);
+    output->Commit();
+}
+
 void PropertySerializer::Save(const Property& property, JsonValue& value, JsonAllocator& allocator) {
     struct Frame {
         MemberCursor cursor;
