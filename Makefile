@@ -22,13 +22,22 @@ all: test
 deps:
 	@scripts/install-deps
 
+# The tour ends with set on a scratch copy and diff of the copy against the
+# original, which exits 1 because they now differ.
+DEMO_COPY = $(BUILD)/demo-settings.json
 demo: deps
 	@$(call configure,release,release)
 	@cmake --build $(BUILD)/release --target tarsel -j $(JOBS)
+	$(BUILD)/release/bin/tarsel --version
 	$(BUILD)/release/bin/tarsel demo
 	$(BUILD)/release/bin/tarsel show examples/settings.json
 	$(BUILD)/release/bin/tarsel get examples/settings.json playback/frameRateRatio
 	$(BUILD)/release/bin/tarsel get examples/settings.json export/presets/1/name
+	cp examples/settings.json $(DEMO_COPY)
+	$(BUILD)/release/bin/tarsel set $(DEMO_COPY) playback/frameRateRatio 24000/1001
+	$(BUILD)/release/bin/tarsel set $(DEMO_COPY) video/bitrate 8000000
+	$(BUILD)/release/bin/tarsel get $(DEMO_COPY) playback/frameRateRatio
+	$(BUILD)/release/bin/tarsel diff examples/settings.json $(DEMO_COPY) || [ $$? -eq 1 ]
 	$(BUILD)/release/bin/tarsel md5 examples/settings.json
 	$(BUILD)/release/bin/tarsel ratio 23.976 --max 1001
 	$(BUILD)/release/bin/tarsel uuid

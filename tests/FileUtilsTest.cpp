@@ -1,5 +1,7 @@
 #include <Core/Interfaces/FileUtils.h>
 
+#include "TempFolder.h"
+
 #include <boost/filesystem.hpp>
 #include <gtest/gtest.h>
 
@@ -11,16 +13,11 @@ namespace fs = boost::filesystem;
 
 namespace {
 
-// Every test works in a fresh folder of its own, removed afterwards.
-class FileUtilsTest : public testing::Test {
+class FileUtilsTest : public TarselTest::TempFolderTest {
 protected:
-    void SetUp() override { fs::create_directory(m_dir); }
-    void TearDown() override { fs::remove_all(m_dir); }
-
+    // Joined by text, not as a path: At("/x") is the folder, "//", then x.
     ioPath At(const std::string& relative) const { return m_dir.string() + "/" + relative; }
     void Touch(const std::string& relative) const { fs::ofstream(At(relative)) << "x"; }
-
-    const fs::path m_dir = fs::temp_directory_path() / fs::unique_path("tarsel-files-%%%%-%%%%-%%%%");
 };
 
 }  // namespace

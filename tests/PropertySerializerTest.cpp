@@ -3,6 +3,7 @@
 #include "DoubleText.h"
 
 #include <boost/exception/get_error_info.hpp>
+#include <boost/filesystem.hpp>
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
 #include <rapidjson/writer.h>
@@ -12,6 +13,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <functional>
 #include <limits>
 #include <random>
@@ -243,6 +245,31 @@ TEST(Serialize, DoublesAreWrittenLikePercentHashG) {
         ASSERT_EQ(Load("[" + text + "]")[std::size_t{0}].GetType(), TypeDouble) << text;
     }
     EXPECT_EQ(Serialize(Property("d", -192000.0)), "-192000.0");
+}
+
+TEST(SerializeToFile, ReplacesTheFileWholeOrLeavesItAsItWas) {
+    namespace fs = boost::filesystem;
+    const fs::path dir = fs::temp_directory_path() / fs::unique_path("tarsel-save-%%%%-%%%%-%%%%");
+    fs::create_directory(dir);
+    const std::string file = (dir / "settings.json").string();
+    std::ofstream(file) << R"({"old":true})";
+    PropertySerializer::SerializeToFile(Clip(), file, true);
+    Property back("back");
+    PropertySerializer::Deserialize(back, FileDataInput::Create(file), true);
+    EXPECT_EQ(Describe(back), "cfg<6>{width<3>1920,fps<2>29.97,title<4>clip,frameRateRatio<5>30000/1001}");
+    // A folder in the file's place cannot be replaced: the error names the
+    // path, and nothing is left behind.
+    const std::string folder = (dir / "folder").string();
+    fs::create_directory(folder);
+    try {
+        PropertySerializer::SerializeToFile(Clip(), folder, false);
+        ADD_FAILURE() << "a folder was replaced";
+    } catch (const fs::filesystem_error& e) {
+        EXPECT_EQ(e.path1().string(), folder);
+        EXPECT_EQ(e.code().value(), EISDIR);
+    }
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir), fs::directory_iterator()), 2);
+    fs::remove_all(dir);
 }
 
 TEST(Deserialize, JsonValuesMapAsDocumented) {

@@ -67,8 +67,17 @@ private:
     std::string m_bytes;
 };
 
-// Reads a file. Create throws boost::filesystem::filesystem_error, carrying
-// the path and the system's error code, when the file cannot be opened.
+// Reads a file, so that GetSize is its whole content whatever kind of file
+// it is. A regular file that reports a size is read from the disk as it is
+// asked for. Anything whose size the system cannot tell beforehand (a pipe,
+// a terminal or other character device, a regular file that reports no size
+// as those of /proc do) is read to its end by Create and then served from
+// memory: a pipe's writer must therefore finish before Create returns, and a
+// source that never ends (/dev/zero) is read until memory runs out.
+// Create throws boost::filesystem::filesystem_error, carrying the path and
+// the system's error code, when the file cannot be opened or read or is a
+// directory, and std::bad_alloc when a content read whole does not fit in
+// memory.
 class FileDataInput : public RefCounted<IDataInput> {
 public:
     static boost::intrusive_ptr<FileDataInput> Create(const ioPath& path);
@@ -79,8 +88,11 @@ public:
 
 private:
     explicit FileDataInput(std::FILE* file);
+    explicit FileDataInput(boost::intrusive_ptr<MemoryDataInput> content);
 
-    std::FILE* m_file;
+    // Exactly one of the two is set.
+    std::FILE* m_file = nullptr;
+    boost::intrusive_ptr<MemoryDataInput> m_content;
 };
 
 // Writes a file, created or truncated. Create throws
@@ -102,6 +114,54 @@ private:
 
     std::FILE* m_file;
     ioPath m_path;
+};
+
+// Replaces a file all at once or not at all, as a settings file must be (one
+// half written by a crash is a lost setting). What is written goes to a
+// temporary file in the target's folder, ".<name>.tarsel-XXXXXX", so that the
+// final rename never crosses file systems; Commit makes it the target. Until
+// Commit succeeds the target is untouched byte for byte, and an object
+// released without a successful Commit removes its temporary file. Only a
+// crash of the process can leave a temporary file behind, never a half
+// written target. A symbolic link to an existing file is followed: the file
+// it names is replaced and the link stays.
+//
+// Create throws boost::filesystem::filesystem_error, carrying the target's
+// path and the system's error code, when the temporary file cannot be made
+// (a missing or read-only folder, say) or the target is a directory.
+class AtomicFileDataOutput : public RefCounted<IDataOutput> {
+public:
+    static boost::intrusive_ptr<AtomicFileDataOutput> Create(const ioPath& target);
+    // Removes the temporary file unless Commit succeeded.
+    ~AtomicFileDataOutput() override;
+
+    // Appends to the temporary file. After a failed write it accepts nothing
+    // more, and Commit reports the failure.
+    std::size_t Write(const void* data, std::size_t size) override;
+
+    // Flushes what was written to the disk, gives the temporary file the
+    // target's permissions (and owner and group, where the process may set
+    // them; a new target gets those of any new file) and renames it over the
+    // target. Throws boost::filesystem::filesystem_error, carrying the
+    // target's path and the system's error code, when a write or any of
+    // these steps failed (a full disk shows here); the target is then
+    // untouched and the temporary file removed. Throws the same, with
+    // EBADF, when called again after it succeeded or failed.
+    void Commit();
+
+private:
+    AtomicFileDataOutput(std::FILE* file, const ioPath& target, const ioPath& temporary);
+
+    // Closes and removes the temporary file; safe to call twice.
+    void Discard() noexcept;
+    // Each step returns 0, or the errno of its failure.
+    int FinishWriting();
+    int TakeTargetAttributes();
+
+    std::FILE* m_file;
+    ioPath m_target;
+    ioPath m_temporary;
+    int m_writeError = 0;
 };
 
 }  // namespace Tarsel::Core

@@ -27,6 +27,12 @@ void PropertySerializer::Serialize(const Property& property, boost::intrusive_pt
     Json::WriteJsonText(property, wrapRoot, *output);
 }
 
+void PropertySerializer::SerializeToFile(const Property& property, const ioPath& path, bool wrapRoot) {
+    const auto output = AtomicFileDataOutput::Create(path);
+    Serialize(property, output, wrapRoot);
+    output->Commit();
+}
+
 void PropertySerializer::Save(const Property& property, JsonValue& value, JsonAllocator& allocator) {
     Json::SaveJsonValue(property, value, allocator);
 }

@@ -56,6 +56,16 @@ public:
     // has no text for them.
     static void Serialize(const Property& property, boost::intrusive_ptr<IDataOutput> output, bool wrapRoot);
 
+    // Saves property as Serialize does into the file at path, replacing it
+    // all at once through an AtomicFileDataOutput: on any failure the file
+    // is left as it was, byte for byte, and no temporary file stays behind.
+    // The new file keeps the old one's permissions. Throws
+    // boost::filesystem::filesystem_error, carrying the path and the
+    // system's error code, when the file cannot be written or replaced
+    // (a read-only folder, a full disk), and std::bad_alloc when the text
+    // does not fit in memory.
+    static void SerializeToFile(const Property& property, const ioPath& path, bool wrapRoot);
+
     // Fills value from property: containers become objects, one member per
     // child in order; children sharing a name all write into the first member
     // of that name (the last one wins) and leave the later ones null; an

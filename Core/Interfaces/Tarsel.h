@@ -16,3 +16,4 @@
 #include <Core/Interfaces/Digest.h>
 #include <Core/Interfaces/Statistics.h>
 #include <Core/Interfaces/Timing.h>
+#include <Core/Interfaces/Version.h>

@@ -1,9 +1,10 @@
-// The tarsel tool's subcommands and the option parsing they share.
+// The tarsel tool's subcommands, their exit statuses and the argument parsing
+// they share.
 #pragma once
 
 #include <boost/program_options.hpp>
 
-#include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -11,8 +12,15 @@ namespace TarselTool {
 
 namespace po = boost::program_options;
 
-// Exit statuses of the tool.
-enum ExitStatus { kSuccess = 0, kFailure = 1, kUsage = 2, kParseError = 3 };
+// Exit statuses of the tool, the same for every command.
+enum ExitStatus {
+    kSuccess = 0,
+    // A negative answer: diff found a difference, get found no such path.
+    kNegative = 1,
+    kUsage = 2,
+    // Bad data or a failed operation.
+    kFailed = 3,
+};
 
 struct Command {
     const char* name;
@@ -23,17 +31,31 @@ struct Command {
 // Every subcommand, in the order `tarsel --help` lists them.
 const std::vector<Command>& Commands();
 
-// Parses a subcommand's arguments. Returns the values, or nothing when the
-// caller should exit with *status: after --help (kSuccess) or on a usage error
-// (kUsage, the error printed to stderr).
-std::optional<po::variables_map> ParseArguments(const std::vector<std::string>& args, const std::string& usage,
-                                                po::options_description options,
-                                                const po::positional_options_description& positional,
-                                                int* status);
+// A command line the command cannot run with; reported with exit status
+// kUsage.
+class UsageError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// Thrown once --help has been printed: nothing failed, the command is done.
+struct HelpShown {};
+
+// Parses a command's arguments: options, plus --help and --verbose (which
+// every command accepts), with the positional arguments in the order that
+// positional gives. Prints the help and throws HelpShown for --help; throws
+// UsageError, naming a positional argument by its value name ("missing
+// FILE", never "--file") and ending with the usage line, for anything it
+// cannot parse.
+po::variables_map ParseOrExit(const std::vector<std::string>& args, const std::string& usage,
+                              po::options_description options,
+                              const po::positional_options_description& positional = {});
 
 int RunDemo(const std::vector<std::string>& args);
 int RunShow(const std::vector<std::string>& args);
 int RunGet(const std::vector<std::string>& args);
+int RunSet(const std::vector<std::string>& args);
+int RunDiff(const std::vector<std::string>& args);
 int RunModule(const std::vector<std::string>& args);
 int RunFreeName(const std::vector<std::string>& args);
 int RunGroup(const std::vector<std::string>& args);

@@ -76,10 +76,7 @@ void ShowWrongType(const Property& settings) {
 }  // namespace
 
 int RunDemo(const std::vector<std::string>& args) {
-    int status = kSuccess;
-    if (!ParseArguments(args, "tarsel demo", po::options_description("options"), {}, &status)) {
-        return status;
-    }
+    ParseOrExit(args, "tarsel demo", po::options_description("options"));
     const Property settings = BuildSettings();
     std::cout << std::boolalpha << "== A settings tree\n";
     PrintPropertyValue(settings, 0, std::cout, true, true);

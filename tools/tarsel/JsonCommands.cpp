@@ -1,13 +1,12 @@
-// `tarsel show` and `tarsel get`: load a JSON settings file and print all of
-// it, or the value at a path.
+// `tarsel show`, `tarsel get` and `tarsel set`: load a JSON settings file and
+// print all of it, print the value at a path, or change one value and save
+// the file back atomically.
 #include "Command.h"
+#include "Failure.h"
+#include "Input.h"
+#include "ValueText.h"
 
-#include <Core/Interfaces/Tarsel.h>
-
-#include <boost/exception/get_error_info.hpp>
-#include <boost/filesystem/exception.hpp>
-
-#include <iostream>
+#include <Core/Interfaces/PropertySerializer.h>
 
 namespace TarselTool {
 
@@ -16,78 +15,125 @@ using namespace Tarsel::Core;
 
 namespace {
 
-// Loads file into settings; on failure prints one line and sets *status.
-bool LoadSettings(const std::string& file, bool wrap, Property* settings, int* status) {
-    try {
-        PropertySerializer::Deserialize(*settings, FileDataInput::Create(file), wrap);
-        return true;
-    } catch (const JsonException& e) {
-        const std::string* text = boost::get_error_info<JsonException::TagParseError>(e);
-        std::cerr << "tarsel: " << file << ": " << (text != nullptr ? *text : "invalid JSON") << "\n";
-        *status = kParseError;
-    } catch (const boost::filesystem::filesystem_error& e) {
-        std::cerr << "tarsel: " << file << ": " << e.code().message() << "\n";
-        *status = kFailure;
-    } catch (const PropertyException&) {
-        std::cerr << "tarsel: " << file << ": the document does not fit a settings tree\n";
-        *status = kFailure;
+constexpr const char* kPointerHelp = "PATH is an RFC 6901 JSON pointer, so that a name may hold \"/\": "
+                                     "/dependencies/@scope~1name";
+
+po::typed_value<std::string>* FileArgument() {
+    return po::value<std::string>()->required()->value_name("FILE");
+}
+
+std::vector<std::string> NamesOf(const po::variables_map& values) {
+    const std::string& path = values["path"].as<std::string>();
+    return values["pointer"].as<bool>() ? PointerSegments(path) : PathSegments(path);
+}
+
+// Why names lead nowhere in document: the first name missing, or the value
+// the path runs through.
+[[noreturn]] void ThrowNoSuchPath(const Document& document, const std::vector<std::string>& names,
+                                  std::size_t reached) {
+    std::size_t ignored = 0;
+    const Property& last = *FindPath(document.tree, {names.begin(), names.begin() + reached}, &ignored);
+    const std::string where = reached == 0 ? "the document" : JoinedPath(names, reached);
+    const std::string why = last.GetType() == TypeArray ? "'" + names[reached] + "' is not in " + where
+                                                         : where + " is " + TypeName(last) + ", not an object";
+    throw ToolFailure(kNegative, document.name, "no such path " + JoinedPath(names, names.size()) + ": " + why);
+}
+
+// The container that will hold the last of names, made where missing.
+Property& ParentFor(Document& document, const std::vector<std::string>& names) {
+    Property* parent = &document.tree;
+    for (std::size_t i = 0; i + 1 < names.size(); ++i) {
+        const auto child = parent->FindChild(names[i]);
+        if (child == parent->end()) {
+            parent = &parent->SetChild(names[i]);
+        } else if (child->GetType() == TypeArray) {
+            parent = &*child;
+        } else {
+            throw ToolFailure(kFailed, document.name,
+                              JoinedPath(names, i + 1) + " is " + TypeName(*child) + ", not an object: nothing "
+                                                                                     "can be set inside it");
+        }
     }
-    return false;
+    return *parent;
 }
 
 }  // namespace
 
 int RunShow(const std::vector<std::string>& args) {
     po::options_description options("options");
-    options.add_options()("file", po::value<std::string>()->required(), "the JSON file")(
-        "wrap", po::bool_switch(), "the root is wrapped in a one-member object: show that member");
+    options.add_options()("file", FileArgument(), "the JSON file; - reads standard input")(
+        "wrap", po::bool_switch(), "the root is wrapped in a one-member object: show that member")(
+        "json", po::bool_switch(), "print the library's JSON text of the tree instead of the tree");
     po::positional_options_description positional;
     positional.add("file", 1);
-    int status = kSuccess;
-    const auto values = ParseArguments(args, "tarsel show FILE [--wrap]", options, positional, &status);
-    if (!values) {
-        return status;
+    const auto values = ParseOrExit(args, "tarsel show FILE [--wrap] [--json]", options, positional);
+    const Document document = LoadDocument(values["file"].as<std::string>(), values["wrap"].as<bool>());
+    if (values["json"].as<bool>()) {
+        PropertySerializer::Serialize(document.tree, OutputToOut(), false);
+        Out() << "\n";
+    } else {
+        PrintPropertyValue(document.tree, 0, Out(), true, true);
     }
-    Property settings("settings");
-    if (!LoadSettings((*values)["file"].as<std::string>(), (*values)["wrap"].as<bool>(), &settings, &status)) {
-        return status;
-    }
-    PrintPropertyValue(settings, 0, std::cout, true, true);
     return kSuccess;
 }
 
 int RunGet(const std::vector<std::string>& args) {
     po::options_description options("options");
-    options.add_options()("file", po::value<std::string>()->required(), "the JSON file")(
-        "path", po::value<std::string>()->required(), "child names joined by \"/\", e.g. video/width");
+    options.add_options()("file", FileArgument(), "the JSON file; - reads standard input")(
+        "path", po::value<std::string>()->required()->value_name("PATH"),
+        "child names joined by \"/\", e.g. video/width")("pointer", po::bool_switch(), kPointerHelp);
     po::positional_options_description positional;
     positional.add("file", 1).add("path", 1);
-    int status = kSuccess;
-    const auto values = ParseArguments(args, "tarsel get FILE PATH", options, positional, &status);
-    if (!values) {
-        return status;
+    const auto values = ParseOrExit(args, "tarsel get FILE PATH [--pointer]", options, positional);
+    const std::vector<std::string> names = NamesOf(values);
+    const Document document = LoadDocument(values["file"].as<std::string>(), false);
+    std::size_t reached = 0;
+    const Property* node = FindPath(document.tree, names, &reached);
+    if (node == nullptr) {
+        ThrowNoSuchPath(document, names, reached);
     }
-    const std::string file = (*values)["file"].as<std::string>();
-    const std::string path = (*values)["path"].as<std::string>();
-    Property settings("settings");
-    if (!LoadSettings(file, false, &settings, &status)) {
-        return status;
+    if (node->GetType() == TypeArray) {
+        PrintPropertyValue(*node, 0, Out(), true, true);
+    } else {
+        Out() << ExactValueText(*node) << "\n";
     }
-    try {
-        const Property& node = settings.ChildByPath(path);
-        if (node.GetType() == TypeArray) {
-            PrintPropertyValue(node, 0, std::cout, true, true);
-        } else {
-            std::cout << PropertyValueToString(node) << "\n";
+    return kSuccess;
+}
+
+int RunSet(const std::vector<std::string>& args) {
+    po::options_description options("options");
+    options.add_options()("file", FileArgument(), "the JSON file, saved back in place")(
+        "path", po::value<std::string>()->required()->value_name("PATH"),
+        "child names joined by \"/\"; missing containers on the way are made")(
+        "value", po::value<std::string>()->required()->value_name("VALUE"),
+        "the new value (after -- when it starts with -)")(
+        "type", po::value<std::string>()->default_value("")->value_name("TYPE"),
+        "bool, int, double, string or ratio; without it the type is inferred from VALUE")(
+        "pointer", po::bool_switch(), kPointerHelp);
+    po::positional_options_description positional;
+    positional.add("file", 1).add("path", 1).add("value", 1);
+    const auto values = ParseOrExit(
+        args, "tarsel set FILE PATH VALUE [--type bool|int|double|string|ratio] [--pointer]", options, positional);
+    const std::string file = values["file"].as<std::string>();
+    if (file == "-") {
+        throw UsageError("set saves FILE back, so FILE cannot be standard input");
+    }
+    const std::vector<std::string> names = NamesOf(values);
+    if (names.empty()) {
+        throw UsageError("PATH names no member to set");
+    }
+    for (const std::string& name : names) {
+        if (name.empty()) {
+            throw UsageError("a member name cannot be empty");
         }
-    } catch (const ChildNameIsNotFound& e) {
-        std::cerr << "tarsel: " << file << ": no '" << *boost::get_error_info<PropertyException::TagRequestedChildName>(e)
-                  << "' on the path " << path << "\n";
-        return kFailure;
-    } catch (const MethodIsNotApplicable& e) {
-        std::cerr << "tarsel: " << file << ": the path " << path << " runs through the value '"
-                  << *boost::get_error_info<PropertyException::TagPropertyName>(e) << "'\n";
-        return kFailure;
+    }
+    const Property value = ValueFromText(values["value"].as<std::string>(), values["type"].as<std::string>());
+    Document document = LoadDocument(file, false);
+    ParentFor(document, names).SetChild(names.back(), value);
+    try {
+        PropertySerializer::SerializeToFile(document.tree, file, false);
+    } catch (...) {
+        RethrowAbout(document.name, "cannot save");
     }
     return kSuccess;
 }

@@ -1,0 +1,488 @@
+// The tarsel tool as a user meets it: the built binary run in a child
+// process, with its standard input, output, error and exit status.
+#include <Core/Interfaces/Digest.h>
+#include <Core/Interfaces/PropertySerializer.h>
+#include <Core/Interfaces/Version.h>
+
+#include "TempFolder.h"
+
+#include <boost/algorithm/hex.hpp>
+#include <boost/filesystem.hpp>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <fcntl.h>
+#include <grp.h>
+#include <poll.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+extern char** environ;
+
+using namespace Tarsel;
+using namespace Tarsel::Core;
+namespace fs = boost::filesystem;
+
+namespace {
+
+struct Result {
+    int status;
+    std::string out;
+    std::string err;
+};
+
+// How the child runs, besides its arguments.
+struct Launch {
+    std::string input;  // standard input, always a pipe
+    // As an ordinary user, so that file permissions apply: root ignores
+    // them. Tests run as root drop to nobody (65534) before exec.
+    bool unprivileged = false;
+    // A file size limit in bytes, 0 for none: writes past it fail (EFBIG),
+    // as on a full disk.
+    rlim_t fileSizeLimit = 0;
+    std::vector<std::string> extraEnvironment;
+};
+
+std::vector<char*> Pointers(std::vector<std::string>& texts) {
+    std::vector<char*> pointers;
+    for (std::string& text : texts) {
+        pointers.push_back(text.data());
+    }
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+// In the child, between fork and exec: only async-signal-safe calls.
+[[noreturn]] void BecomeTool(const Launch& launch, const int (&in)[2], const int (&out)[2], const int (&err)[2],
+                             const char* folder, char** argv, char** envp) {
+    dup2(in[0], 0);
+    dup2(out[1], 1);
+    dup2(err[1], 2);
+    for (const int fd : {in[0], in[1], out[0], out[1], err[0], err[1]}) {
+        close(fd);
+    }
+    if (chdir(folder) != 0) {
+        _exit(126);
+    }
+    if (launch.unprivileged && geteuid() == 0) {
+        const gid_t nobody = 65534;
+        if (setgroups(0, nullptr) != 0 || setgid(nobody) != 0 || setuid(nobody) != 0) {
+            _exit(126);
+        }
+    }
+    if (launch.fileSizeLimit != 0) {
+        rlimit limit{};
+        limit.rlim_cur = limit.rlim_max = launch.fileSizeLimit;
+        signal(SIGXFSZ, SIG_IGN);  // an ignored signal stays ignored across exec
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    execve(TARSEL_TOOL_PATH, argv, envp);
+    _exit(127);
+}
+
+// Reads the child's standard output and error to their ends.
+void Collect(int outFd, int errFd, Result* result) {
+    pollfd fds[2] = {{outFd, POLLIN, 0}, {errFd, POLLIN, 0}};
+    std::string* sinks[2] = {&result->out, &result->err};
+    int open = 2;
+    while (open > 0) {
+        if (poll(fds, 2, -1) < 0) {
+            ASSERT_EQ(errno, EINTR);
+            continue;
+        }
+        for (int i = 0; i < 2; ++i) {
+            if (fds[i].fd < 0 || fds[i].revents == 0) {
+                continue;
+            }
+            char buffer[65536];
+            const ssize_t count = read(fds[i].fd, buffer, sizeof buffer);
+            if (count <= 0) {
+                close(fds[i].fd);
+                fds[i].fd = -1;
+                --open;
+            } else {
+                sinks[i]->append(buffer, static_cast<std::size_t>(count));
+            }
+        }
+    }
+}
+
+Result RunIn(const fs::path& folder, const std::vector<std::string>& args, const Launch& launch = {}) {
+    std::vector<std::string> argvTexts = {"tarsel"};
+    argvTexts.insert(argvTexts.end(), args.begin(), args.end());
+    std::vector<std::string> envTexts(launch.extraEnvironment);
+    for (char** variable = environ; *variable != nullptr; ++variable) {
+        envTexts.emplace_back(*variable);
+    }
+    std::vector<char*> argv = Pointers(argvTexts);
+    std::vector<char*> envp = Pointers(envTexts);
+    const std::string folderText = folder.string();
+
+    int in[2];
+    int out[2];
+    int err[2];
+    EXPECT_EQ(pipe(in), 0);
+    EXPECT_EQ(pipe(out), 0);
+    EXPECT_EQ(pipe(err), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        BecomeTool(launch, in, out, err, folderText.c_str(), argv.data(), envp.data());
+    }
+    close(in[0]);
+    close(out[1]);
+    close(err[1]);
+    // The tool may not read all of its input (or any): a refused write must
+    // not kill the test.
+    signal(SIGPIPE, SIG_IGN);
+    std::thread feeder([&] {
+        for (std::size_t done = 0; done < launch.input.size();) {
+            const ssize_t count = write(in[1], launch.input.data() + done, launch.input.size() - done);
+            if (count <= 0) {
+                break;
+            }
+            done += static_cast<std::size_t>(count);
+        }
+        close(in[1]);
+    });
+    Result result{-1, "", ""};
+    Collect(out[0], err[0], &result);
+    feeder.join();
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return result;
+}
+
+std::string Md5Hex(const std::string& bytes) {
+    const std::vector<unsigned char> digest = MD5Generate(MemoryDataInput::Create(bytes), "");
+    return boost::algorithm::hex_lower(std::string(digest.begin(), digest.end())) + "\n";
+}
+
+// The tool runs in the test's folder, so that reports name files as given
+// here.
+class ToolTest : public TarselTest::TempFolderTest {
+protected:
+    Result Run(const std::vector<std::string>& args, const Launch& launch = {}) const {
+        return RunIn(m_dir, args, launch);
+    }
+
+    std::size_t EntryCount(const std::string& folder) const {
+        return static_cast<std::size_t>(
+            std::distance(fs::directory_iterator(m_dir / folder), fs::directory_iterator()));
+    }
+};
+
+constexpr const char* kSettings =
+    R"({"playback":{"frameRate":29.97,"frameRateRatio":"30000/1001","volume":0.8},)"
+    R"("video":{"width":1920,"codec":"h264","hardwareDecoding":true}})";
+
+}  // namespace
+
+TEST_F(ToolTest, EachInputGivesItsExitStatusAndAtMostOneErrorLineNamingTheFile) {
+    WriteFile("settings.json", kSettings);
+    // An npm lockfile names its root package "".
+    WriteFile("package-lock.json", "{\"name\":\"x\",\n \"packages\": {\"\": {\"version\": \"1.0.0\"}}}");
+    WriteFile("ratio.json", R"({"playback":{"frameRateRatio":"1/0"}})");
+    WriteFile("truncated.json", R"({"a":[1,2)");
+    WriteFile("deep.json", std::string(100000, '[') + std::string(100000, ']'));
+    WriteFile("scalar.json", "42");
+    WriteFile("secret.json", kSettings);
+    ASSERT_EQ(chmod(At("secret.json").c_str(), 0), 0);
+    fs::create_directory(At("folder"));
+    const struct {
+        std::vector<std::string> args;
+        std::string input;
+        bool unprivileged;
+        int status;
+        std::string out;  // "*": not checked
+        std::string err;  // the whole of stderr
+    } cases[] = {
+        // A valid file, a pipe named as a file, standard input.
+        {{"show", "settings.json"}, "", false, 0, "*", ""},
+        {{"show", "/dev/stdin"}, R"({"a":1})", false, 0, "settings: Array\n\ta: 1\n\n", ""},
+        {{"get", "-", "a"}, R"({"a":52.520008})", false, 0, "52.520008\n", ""},
+        {{"md5", "/dev/stdin"}, "hello\n", false, 0, "b1946ac92492d2347c6235b4d2611184\n", ""},  // md5sum's
+        {{"md5", "-"}, "", false, 0, "d41d8cd98f00b204e9800998ecf8427e\n", ""},
+        // Data the library refuses, located.
+        {{"show", "package-lock.json"}, "", false, 3, "",
+         "tarsel: package-lock.json:2:15: packages: a member has an empty name, which a settings tree cannot "
+         "hold\n"},
+        {{"show", "ratio.json"}, "", false, 3, "",
+         "tarsel: ratio.json:1:31: playback/frameRateRatio: the ratio 1/0 has a zero denominator\n"},
+        {{"show", "truncated.json"}, "", false, 3, "",
+         "tarsel: truncated.json:1:10: missing a comma or ']' after an array element\n"},
+        {{"get", "deep.json", "a"}, "", false, 3, "", "tarsel: deep.json:1:513: nesting deeper than 512 levels\n"},
+        {{"show", "scalar.json"}, "", false, 3, "",
+         "tarsel: scalar.json:1:1: the document is a single value; a settings file holds an object or an array\n"},
+        {{"diff", "settings.json", "-"}, "{", false, 3, "",
+         "tarsel: standard input:1:2: missing a member name in double quotes\n"},
+        // Files that cannot be read.
+        {{"show", "missing.json"}, "", false, 3, "", "tarsel: missing.json: no such file or folder\n"},
+        {{"md5", "folder"}, "", false, 3, "", "tarsel: folder: is a folder, not a file\n"},
+        {{"get", "secret.json", "video"}, "", true, 3, "", "tarsel: secret.json: permission denied\n"},
+        // Names that cannot be files.
+        {{"freename", "   ", "--ext", ""}, "", false, 3, "",
+         "tarsel: '   ': no valid file name can be made from this name\n"},
+        // Negative answers and usage errors.
+        {{"get", "settings.json", "video/bitrate"}, "", false, 1, "",
+         "tarsel: settings.json: no such path video/bitrate: 'bitrate' is not in video\n"},
+        {{"get", "settings.json", "video/codec/x"}, "", false, 1, "",
+         "tarsel: settings.json: no such path video/codec/x: video/codec is a string, not an object\n"},
+        {{"show"}, "", false, 2, "", "tarsel show: missing FILE; usage: tarsel show FILE [--wrap] [--json]\n"},
+        {{"md5", "a", "b"}, "", false, 2, "",
+         "tarsel md5: too many arguments; usage: tarsel md5 FILE [--stop MARKER]\n"},
+        {{"set", "-", "a", "1"}, "", false, 2, "",
+         "tarsel set: set saves FILE back, so FILE cannot be standard input\n"},
+    };
+    for (const auto& c : cases) {
+        Launch launch;
+        launch.input = c.input;
+        launch.unprivileged = c.unprivileged;
+        const Result result = Run(c.args, launch);
+        const std::string command = c.args.size() > 1 ? c.args[0] + " " + c.args[1] : c.args[0];
+        EXPECT_EQ(result.status, c.status) << command << "\n" << result.err;
+        EXPECT_EQ(result.err, c.err) << command;
+        if (c.out != "*") {
+            EXPECT_EQ(result.out, c.out) << command;
+        }
+    }
+}
+
+TEST_F(ToolTest, ANameTooLongIsReportedAsSuchOnOneLine) {
+    const std::string name = std::string(2000, 'n');
+    const Result result = Run({"freename", name, "--ext", "txt"});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+    EXPECT_EQ(result.err.rfind("tarsel: nnnn", 0), 0u) << result.err;
+    const std::string end = "(2004 characters): the name is too long for the file system\n";
+    EXPECT_EQ(result.err.substr(result.err.size() - end.size()), end) << result.err;
+}
+
+TEST_F(ToolTest, Md5OfAProcFileIsItsWholeContent) {
+    // The tool's own command line, which /proc reports with a size of 0.
+    const Result result = Run({"md5", "/proc/self/cmdline"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out, Md5Hex(std::string("tarsel\0md5\0/proc/self/cmdline\0", 30)));
+}
+
+TEST_F(ToolTest, VerboseAddsTheDiagnosticInformationWithTheCallStack) {
+    WriteFile("package-lock.json", R"({"packages":{"":{}}})");
+    const Result result = Run({"show", "package-lock.json", "--verbose"});
+    EXPECT_EQ(result.status, 3);
+    const std::string first = result.err.substr(0, result.err.find('\n') + 1);
+    EXPECT_EQ(first, "tarsel: package-lock.json:1:14: packages: a member has an empty name, which a settings tree "
+                     "cannot hold\n");
+    // Then boost's account of the library's exception, whose message carries
+    // the call stack down to the throwing function.
+    EXPECT_NE(result.err.find("Dynamic exception type: boost::wrapexcept<std::invalid_argument>"), std::string::npos)
+        << result.err;
+    EXPECT_NE(result.err.find("Tarsel::Core::Property::SetChild("), std::string::npos) << result.err;
+}
+
+TEST_F(ToolTest, GetPrintsValuesExactly) {
+    WriteFile("values.json", R"({"lat":52.520008,"time":1700000000.123,"tenth":0.1,"huge":1e300,"yes":true,"no":false,)"
+                         R"("n":-42,"s":"a b","playback":{"frameRateRatio":"30000/1001"},"list":[1,"x"],)"
+                         R"("dependencies":{"@scope/name":"^1.0","a~b":2}})");
+    const struct {
+        std::vector<std::string> path;
+        std::string out;
+    } cases[] = {
+        {{"lat"}, "52.520008\n"},      // not 52.52
+        {{"time"}, "1700000000.123\n"},  // not 1.7e+09
+        {{"tenth"}, "0.1\n"},
+        {{"huge"}, "1e+300\n"},
+        {{"yes"}, "true\n"},
+        {{"no"}, "false\n"},
+        {{"n"}, "-42\n"},
+        {{"s"}, "a b\n"},
+        {{"playback/frameRateRatio"}, "30000/1001\n"},
+        {{"/playback//frameRateRatio/"}, "30000/1001\n"},  // empty segments dropped, as the library's paths do
+        {{"list"}, "list: Array\n\t0: 1\n\t1: x\n\n"},    // a container as its subtree
+        {{"list/1"}, "x\n"},
+        // RFC 6901 pointers: ~1 is "/", ~0 is "~".
+        {{"--pointer", "/dependencies/@scope~1name"}, "^1.0\n"},
+        {{"--pointer", "/dependencies/a~0b"}, "2\n"},
+        {{"--pointer", "/list/0"}, "1\n"},
+    };
+    for (const auto& c : cases) {
+        std::vector<std::string> args = {"get", "values.json"};
+        args.insert(args.end(), c.path.begin(), c.path.end());
+        const Result result = Run(args);
+        EXPECT_EQ(result.status, 0) << c.path.back() << "\n" << result.err;
+        EXPECT_EQ(result.out, c.out) << c.path.back();
+    }
+    EXPECT_EQ(Run({"get", "values.json", "--pointer", "dependencies"}).err,
+              "tarsel get: the JSON pointer 'dependencies' must start with '/'\n");
+    EXPECT_EQ(Run({"get", "values.json", "--pointer", "/a~2"}).status, 2);
+    EXPECT_EQ(Run({"get", "values.json", "--pointer", "/dependencies/@scope/name"}).status, 1);
+}
+
+TEST_F(ToolTest, ShowPrintsTheLibrarysTreeTextOrItsJsonText) {
+    WriteFile("settings.json", kSettings);
+    Property tree("settings");
+    PropertySerializer::Deserialize(tree, MemoryDataInput::Create(kSettings), false);
+    std::ostringstream text;
+    PrintPropertyValue(tree, 0, text, true, true);
+    const auto json = MemoryDataOutput::Create();
+    PropertySerializer::Serialize(tree, json, false);
+
+    EXPECT_EQ(Run({"show", "settings.json"}).out, text.str());
+    EXPECT_EQ(Run({"show", "settings.json", "--json"}).out, json->GetData() + "\n");
+    // A large tree comes out whole through the buffer.
+    std::string many = "{";
+    for (int i = 0; i < 20000; ++i) {
+        many += (i > 0 ? ",\"k" : "\"k") + std::to_string(i) + "\":" + std::to_string(i);
+    }
+    WriteFile("many.json", many + "}");
+    const Result result = Run({"show", "many.json"});
+    EXPECT_EQ(std::count(result.out.begin(), result.out.end(), '\n'), 20002);
+    EXPECT_EQ(result.out.substr(result.out.size() - 16), "\tk19999: 19999\n\n");
+}
+
+TEST_F(ToolTest, SetChangesOneValueInfersItsTypeAndKeepsThePermissions) {
+    WriteFile("settings.json", kSettings);
+    ASSERT_EQ(chmod(At("settings.json").c_str(), 0640), 0);
+    const struct {
+        std::vector<std::string> args;
+        std::string describedAs;  // what get then prints
+    } cases[] = {
+        {{"video/width", "1280"}, "1280"},
+        {{"video/hardwareDecoding", "false"}, "false"},
+        {{"playback/volume", "0.25"}, "0.25"},
+        {{"playback/gain", "--", "-3e-2"}, "-0.03"},  // after --, as it starts with -
+        {{"playback/frameRateRatio", "24000/1001"}, "24000/1001"},
+        {{"video/codec", "av1"}, "av1"},
+        {{"video/label", "1280", "--type", "string"}, "1280"},
+        {{"new/deeper/flag", "true"}, "true"},  // the containers on the way are made
+    };
+    for (const auto& c : cases) {
+        std::vector<std::string> args = {"set", "settings.json"};
+        args.insert(args.end(), c.args.begin(), c.args.end());
+        const Result set = Run(args);
+        EXPECT_EQ(set.status, 0) << c.args[0] << "\n" << set.err;
+        EXPECT_EQ(set.out + set.err, "");
+        EXPECT_EQ(Run({"get", "settings.json", c.args[0]}).out, c.describedAs + "\n") << c.args[0];
+    }
+    // Types as saved and loaded again: a string stays a string.
+    Property tree("settings");
+    PropertySerializer::Deserialize(tree, FileDataInput::Create(At("settings.json")), false);
+    EXPECT_EQ(tree.ChildByPath("video/label").GetType(), TypeString);
+    EXPECT_EQ(tree.ChildByPath("video/width").GetType(), TypeInt64);
+    EXPECT_EQ(tree.ChildByPath("playback/gain").GetType(), TypeDouble);
+    EXPECT_EQ(tree.ChildByPath("playback/frameRateRatio").GetType(), TypeRatio);
+    struct stat info {};
+    ASSERT_EQ(stat(At("settings.json").c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 07777, 0640u);
+    EXPECT_EQ(EntryCount(""), 1u);
+
+    // Refusals: the value for the type, a path through a value.
+    EXPECT_EQ(Run({"set", "settings.json", "a", "x", "--type", "int"}).err,
+              "tarsel set: 'x' is not an integer within 64 bits\n");
+    EXPECT_EQ(Run({"set", "settings.json", "a", "1/0"}).status, 2);
+    const Result through = Run({"set", "settings.json", "video/width/x", "1"});
+    EXPECT_EQ(through.status, 3);
+    EXPECT_EQ(through.err, "tarsel: settings.json: video/width is an integer, not an object: nothing can be set "
+                           "inside it\n");
+}
+
+TEST_F(ToolTest, SetThatCannotSaveLeavesTheFileByteForByte) {
+    fs::create_directory(At("locked"));
+    const std::string original = std::string(kSettings) + "\n";
+    WriteFile("locked/settings.json", original);
+    // A folder the user may not write in: no temporary file can be made.
+    Launch asUser;
+    asUser.unprivileged = true;
+    ASSERT_EQ(chmod(At("locked").c_str(), 0555), 0);
+    const Result readOnly = Run({"set", "locked/settings.json", "video/width", "1"}, asUser);
+    EXPECT_EQ(readOnly.status, 3);
+    EXPECT_EQ(readOnly.err, "tarsel: locked/settings.json: cannot save: permission denied\n");
+    ASSERT_EQ(chmod(At("locked").c_str(), 0755), 0);
+    EXPECT_EQ(ReadFile("locked/settings.json"), original);
+    EXPECT_EQ(EntryCount("locked"), 1u);
+
+    // Interrupted after the temporary file was begun: the system refuses
+    // bytes past the file size limit, as on a full disk.
+    Launch limited;
+    limited.fileSizeLimit = 64;
+    const Result interrupted = Run({"set", "locked/settings.json", "video/width", "1"}, limited);
+    EXPECT_EQ(interrupted.status, 3);
+    EXPECT_EQ(interrupted.err, "tarsel: locked/settings.json: cannot save: the file would exceed the allowed size\n");
+    EXPECT_EQ(ReadFile("locked/settings.json"), original);
+    EXPECT_EQ(EntryCount("locked"), 1u);
+}
+
+TEST_F(ToolTest, DiffUsesTheLibrarysEqualityAndPrintsTheFirstDifference) {
+    WriteFile("a.json", kSettings);
+    // The same settings in another order, a double within 1e-05.
+    WriteFile("same.json", R"({"video":{"hardwareDecoding":true,"codec":"h264","width":1920},)"
+                       R"("playback":{"volume":0.800001,"frameRateRatio":"60000/2002","frameRate":29.97}})");
+    WriteFile("rate.json", R"({"playback":{"frameRate":29.97,"frameRateRatio":"24000/1001","volume":0.8},)"
+                       R"("video":{"width":1920,"codec":"h264","hardwareDecoding":true}})");
+    WriteFile("fewer.json", R"({"playback":{"frameRate":29.97,"frameRateRatio":"30000/1001","volume":0.8},)"
+                        R"("video":{"width":1920,"hardwareDecoding":true}})");
+    WriteFile("types.json", R"({"playback":{"frameRate":29.97,"frameRateRatio":"30000/1001","volume":0.8},)"
+                        R"("video":{"width":"1920","codec":"h264","hardwareDecoding":true}})");
+    const struct {
+        std::string other;
+        int status;
+        std::string out;
+    } cases[] = {
+        {"same.json", 0, ""},
+        {"rate.json", 1, "playback/frameRateRatio: 30000/1001 vs 24000/1001\n"},
+        {"fewer.json", 1, "video/codec: h264 vs (missing)\n"},
+        {"types.json", 1, "video/width: 1920 (an integer) vs 1920 (a string)\n"},
+    };
+    for (const auto& c : cases) {
+        const Result result = Run({"diff", "a.json", c.other});
+        EXPECT_EQ(result.status, c.status) << c.other << "\n" << result.err;
+        EXPECT_EQ(result.out, c.out) << c.other;
+        EXPECT_EQ(result.err, "") << c.other;
+    }
+    Launch piped;
+    piped.input = kSettings;
+    EXPECT_EQ(Run({"diff", "-", "rate.json"}, piped).out, "playback/frameRateRatio: 30000/1001 vs 24000/1001\n");
+    EXPECT_EQ(Run({"diff", "-", "-"}).status, 2);
+}
+
+TEST_F(ToolTest, VersionIsTheLibrarysVersion) {
+    const Result result = Run({"--version"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out, std::string("tarsel ") + TARSEL_VERSION_STRING + "\n");
+    EXPECT_EQ(TARSEL_VERSION_STRING, std::to_string(TARSEL_VERSION_MAJOR) + "." +
+                                         std::to_string(TARSEL_VERSION_MINOR) + "." +
+                                         std::to_string(TARSEL_VERSION_PATCH));
+}
+
+TEST_F(ToolTest, ModuleLooksInTheLibraryFoldersThenWhereTheDynamicLinkerLooks) {
+    // This module lies in none of the library folders.
+    Launch withPath;
+    withPath.extraEnvironment = {"LD_LIBRARY_PATH=" TARSEL_TOOL_MODULE_FOLDER};
+    const Result found = Run({"module", "TarselToolTestModule", "TarselTestModuleTwiceAndOne"}, withPath);
+    EXPECT_EQ(found.status, 0) << found.err;
+    const std::string expected =
+        "module libTarselToolTestModule" TARSEL_MODULE_SUFFIX "\nTarselTestModuleTwiceAndOne 0x";
+    EXPECT_EQ(found.out.rfind(expected, 0), 0u) << found.out;
+
+    const Result missingSymbol = Run({"module", "TarselToolTestModule", "nothing"}, withPath);
+    EXPECT_EQ(missingSymbol.status, 1);
+    EXPECT_EQ(missingSymbol.err, "tarsel: module TarselToolTestModule: does not export nothing\n");
+
+    // Without the path it is nowhere: one line, the folders written out.
+    const Result missing = Run({"module", "TarselToolTestModule"});
+    EXPECT_EQ(missing.status, 3);
+    EXPECT_EQ(std::count(missing.err.begin(), missing.err.end(), '\n'), 1) << missing.err;
+    EXPECT_EQ(missing.err.find("$ORIGIN"), std::string::npos) << missing.err;
+    const std::string libraryFolder = fs::path(TARSEL_LIBRARY_PATH).parent_path().string();
+    EXPECT_NE(missing.err.find(": " + libraryFolder + "/libTarselToolTestModule"), std::string::npos) << missing.err;
+}

@@ -1,0 +1,173 @@
+// This file implements reading inputs, loading documents and the buffered
+// standard output of the tool.
+#include "Input.h"
+
+#include "Command.h"
+#include "Failure.h"
+
+#include <Core/Interfaces/PropertySerializer.h>
+
+#include <boost/filesystem/operations.hpp>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <streambuf>
+
+namespace TarselTool {
+
+using namespace Tarsel;
+using namespace Tarsel::Core;
+
+namespace {
+
+// A byte source over a text that the caller keeps, read without a copy.
+class TextInput : public RefCounted<IDataInput> {
+public:
+    explicit TextInput(std::shared_ptr<const std::string> text) : m_text(std::move(text)) {}
+
+    std::size_t GetSize() const override { return m_text->size() - m_position; }
+    std::size_t Read(void* data, std::size_t size) override {
+        const std::size_t count = std::min(size, GetSize());
+        std::memcpy(data, m_text->data() + m_position, count);
+        m_position += count;
+        return count;
+    }
+
+private:
+    std::shared_ptr<const std::string> m_text;
+    std::size_t m_position = 0;
+};
+
+class StdoutBuffer : public std::streambuf {
+public:
+    StdoutBuffer() { setp(m_buffer, m_buffer + sizeof m_buffer); }
+
+    // Writes the buffered bytes; false, with the error kept, when standard
+    // output refuses them.
+    bool Drain() {
+        const std::size_t count = static_cast<std::size_t>(pptr() - pbase());
+        if (m_error == 0 && count > 0 && std::fwrite(pbase(), 1, count, stdout) != count) {
+            m_error = errno != 0 ? errno : EIO;
+        }
+        setp(m_buffer, m_buffer + sizeof m_buffer);
+        return m_error == 0;
+    }
+
+    int Error() const { return m_error; }
+
+protected:
+    int_type overflow(int_type c) override {
+        if (!Drain()) {
+            return traits_type::eof();
+        }
+        if (!traits_type::eq_int_type(c, traits_type::eof())) {
+            *pptr() = traits_type::to_char_type(c);
+            pbump(1);
+        }
+        return traits_type::not_eof(c);
+    }
+
+    // Deliberately nothing: a flush per printed line is what this buffer is
+    // for. FinishOutput drains it.
+    int sync() override { return 0; }
+
+private:
+    char m_buffer[1 << 16];
+    int m_error = 0;
+};
+
+StdoutBuffer& Buffer() {
+    static StdoutBuffer buffer;
+    return buffer;
+}
+
+class OutOutput : public RefCounted<IDataOutput> {
+public:
+    std::size_t Write(const void* data, std::size_t size) override {
+        Out().write(static_cast<const char*>(data), static_cast<std::streamsize>(size));
+        return size;
+    }
+};
+
+}  // namespace
+
+std::string DisplayName(const std::string& file) {
+    return file == "-" ? "standard input" : file;
+}
+
+boost::intrusive_ptr<IDataInput> OpenInput(const std::string& file) {
+    try {
+        return FileDataInput::Create(file == "-" ? "/dev/stdin" : file);
+    } catch (...) {
+        RethrowAbout(DisplayName(file), "");
+    }
+}
+
+namespace {
+
+std::shared_ptr<const std::string> ReadText(IDataInput& input) {
+    auto text = std::make_shared<std::string>(input.GetSize(), '\0');
+    text->resize(input.Read(text->data(), text->size()));
+    return text;
+}
+
+// A file that FileDataInput reads from the disk, which can be read again.
+bool IsOnDisk(const std::string& file) {
+    boost::system::error_code error;
+    return file != "-" && boost::filesystem::is_regular_file(file, error) &&
+           boost::filesystem::file_size(file, error) > 0 && !error;
+}
+
+// The text of file read again to locate a failure to load it; null when
+// that fails too.
+std::shared_ptr<const std::string> ReadAgain(const std::string& file) noexcept {
+    try {
+        return ReadText(*FileDataInput::Create(file));
+    } catch (...) {
+        return nullptr;
+    }
+}
+
+}  // namespace
+
+Document LoadDocument(const std::string& file, bool wrap) {
+    const boost::intrusive_ptr<IDataInput> input = OpenInput(file);
+    Document document;
+    document.name = DisplayName(file);
+    // A failure is located in the text. A file on the disk is read again
+    // for that, so that a load that succeeds holds the text only once, in
+    // the library; anything else (a pipe, standard input) cannot be read
+    // twice, so the text is kept.
+    const bool onDisk = IsOnDisk(file);
+    std::shared_ptr<const std::string> text;
+    try {
+        if (onDisk) {
+            PropertySerializer::Deserialize(document.tree, input, wrap);
+        } else {
+            text = ReadText(*input);
+            PropertySerializer::Deserialize(document.tree, new TextInput(text), wrap);
+        }
+    } catch (...) {
+        RethrowAbout(document.name, "", onDisk ? ReadAgain(file) : text);
+    }
+    return document;
+}
+
+std::ostream& Out() {
+    static std::ostream out(&Buffer());
+    return out;
+}
+
+void FinishOutput() {
+    if (!Buffer().Drain() || std::fflush(stdout) != 0) {
+        const int error = Buffer().Error() != 0 ? Buffer().Error() : errno;
+        throw ToolFailure(kFailed, "standard output", SystemReason(error));
+    }
+}
+
+boost::intrusive_ptr<IDataOutput> OutputToOut() {
+    return new OutOutput;
+}
+
+}  // namespace TarselTool

@@ -1,0 +1,44 @@
+// What the commands read and where they write: files or standard input
+// ("-"), JSON documents loaded into property trees, and a buffered standard
+// output.
+#pragma once
+
+#include <Core/Interfaces/DataStream.h>
+#include <Core/Interfaces/Property.h>
+
+#include <boost/intrusive_ptr.hpp>
+
+#include <ostream>
+#include <string>
+
+namespace TarselTool {
+
+// How reports name file: "standard input" for "-", otherwise as given.
+std::string DisplayName(const std::string& file);
+
+// Opens file ("-": standard input) whole, whatever kind of file it is.
+// Failures are reported against file (see RethrowAbout).
+boost::intrusive_ptr<Tarsel::Core::IDataInput> OpenInput(const std::string& file);
+
+// A JSON settings file loaded into a tree, and its name in reports.
+struct Document {
+    std::string name;
+    Tarsel::Core::Property tree{"settings"};
+};
+
+// Loads file ("-": standard input), the root unwrapped when wrap is set.
+// Failures are reported against file, a JSON text's with the line and
+// column where it fails (see RethrowAbout).
+Document LoadDocument(const std::string& file, bool wrap);
+
+// Standard output through one large buffer: the library's tree printer
+// flushes after every line, which would otherwise cost a write per line.
+// FinishOutput writes what is left; it throws ToolFailure when standard
+// output could not take everything.
+std::ostream& Out();
+void FinishOutput();
+
+// An IDataOutput over Out(), for the library's JSON writer.
+boost::intrusive_ptr<Tarsel::Core::IDataOutput> OutputToOut();
+
+}  // namespace TarselTool

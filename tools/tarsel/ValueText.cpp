@@ -1,0 +1,237 @@
+// This file implements the tool's value texts and path spellings.
+#include "ValueText.h"
+
+#include "Command.h"
+
+#include <boost/rational.hpp>
+#include <boost/tokenizer.hpp>
+
+#include <charconv>
+#include <cmath>
+#include <cstdlib>
+#include <iterator>
+#include <optional>
+
+namespace TarselTool {
+
+using namespace Tarsel;
+using namespace Tarsel::Core;
+
+namespace {
+
+bool IsDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+// Skips a run of digits from *position; true when there was at least one.
+bool SkipDigits(const std::string& text, std::size_t* position) {
+    const std::size_t start = *position;
+    while (*position < text.size() && IsDigit(text[*position])) {
+        ++*position;
+    }
+    return *position > start;
+}
+
+// [+-] digits, nothing else.
+bool IsInteger(const std::string& text) {
+    std::size_t position = text.empty() || (text[0] != '+' && text[0] != '-') ? 0 : 1;
+    return SkipDigits(text, &position) && position == text.size();
+}
+
+// A decimal number as people write one: [+-], digits with an optional
+// fraction (or a fraction alone), an optional exponent. No hex, inf or nan.
+bool IsDecimal(const std::string& text) {
+    std::size_t position = text.empty() || (text[0] != '+' && text[0] != '-') ? 0 : 1;
+    bool digits = SkipDigits(text, &position);
+    if (position < text.size() && text[position] == '.') {
+        ++position;
+        digits = SkipDigits(text, &position) || digits;
+    }
+    if (!digits) {
+        return false;
+    }
+    if (position < text.size() && (text[position] == 'e' || text[position] == 'E')) {
+        ++position;
+        if (position < text.size() && (text[position] == '+' || text[position] == '-')) {
+            ++position;
+        }
+        if (!SkipDigits(text, &position)) {
+            return false;
+        }
+    }
+    return position == text.size();
+}
+
+std::optional<long long> IntegerFrom(const std::string& text) {
+    if (!IsInteger(text)) {
+        return std::nullopt;
+    }
+    const char* first = text.data() + (text[0] == '+' ? 1 : 0);
+    long long value = 0;
+    const auto result = std::from_chars(first, text.data() + text.size(), value);
+    if (result.ec != std::errc() || result.ptr != text.data() + text.size()) {
+        return std::nullopt;
+    }
+    return value;
+}
+
+// Only finite doubles: a saved document could not hold the others.
+std::optional<double> DoubleFrom(const std::string& text) {
+    if (!IsDecimal(text)) {
+        return std::nullopt;
+    }
+    const double value = std::strtod(text.c_str(), nullptr);
+    if (!std::isfinite(value)) {
+        return std::nullopt;
+    }
+    return value;
+}
+
+std::optional<Ratio> RatioFrom(const std::string& text) {
+    Ratio ratio;
+    try {
+        if (RatioFromString(text, ratio)) {
+            return ratio;
+        }
+    } catch (const boost::bad_rational&) {
+        throw UsageError("the ratio " + text + " has a zero denominator");
+    }
+    return std::nullopt;
+}
+
+std::optional<bool> BoolFrom(const std::string& text) {
+    if (text == "true" || text == "false") {
+        return text == "true";
+    }
+    return std::nullopt;
+}
+
+Property Inferred(const std::string& text) {
+    if (const auto flag = BoolFrom(text)) {
+        return Property("", *flag);
+    }
+    if (const auto integer = IntegerFrom(text)) {
+        return Property("", *integer);
+    }
+    if (const auto number = DoubleFrom(text)) {
+        return Property("", *number);
+    }
+    if (const auto ratio = RatioFrom(text)) {
+        return Property("", *ratio);
+    }
+    return Property("", text);
+}
+
+template <class T>
+Property Required(const std::optional<T>& value, const std::string& text, const char* what) {
+    if (!value) {
+        throw UsageError("'" + text + "' is not " + what);
+    }
+    return Property("", *value);
+}
+
+}  // namespace
+
+std::string ExactValueText(const Property& node) {
+    switch (node.GetType()) {
+    case TypeBool:
+        return node.GetBool() ? "true" : "false";
+    case TypeDouble: {
+        char buffer[32];
+        const auto result = std::to_chars(buffer, buffer + sizeof buffer, node.GetDouble());
+        return std::string(buffer, result.ptr);
+    }
+    case TypeInt64:
+        return std::to_string(node.GetInt64());
+    case TypeString:
+        return node.GetString();
+    case TypeRatio:
+        return StringFromRatio(node.GetRatio());
+    case TypeArray:
+        return "an object of " + std::to_string(node.Count()) + (node.Count() == 1 ? " member" : " members");
+    default:
+        return "nothing";
+    }
+}
+
+std::string TypeName(const Property& node) {
+    static const char* const kNames[] = {"nothing", "a boolean", "a double", "an integer",
+                                         "a string", "a ratio",   "an object"};
+    const auto type = static_cast<std::size_t>(node.GetType());
+    return type < std::size(kNames) ? kNames[type] : "an unknown type";
+}
+
+Property ValueFromText(const std::string& text, const std::string& type) {
+    if (type.empty()) {
+        return Inferred(text);
+    }
+    if (type == "bool") {
+        return Required(BoolFrom(text), text, "true or false");
+    }
+    if (type == "int") {
+        return Required(IntegerFrom(text), text, "an integer within 64 bits");
+    }
+    if (type == "double") {
+        return Required(DoubleFrom(text), text, "a finite decimal number");
+    }
+    if (type == "ratio") {
+        return Required(RatioFrom(text), text, "a ratio n/d of two non-negative integers");
+    }
+    if (type == "string") {
+        return Property("", text);
+    }
+    throw UsageError("unknown type '" + type + "': use bool, int, double, string or ratio");
+}
+
+std::vector<std::string> PathSegments(const std::string& path) {
+    const boost::char_separator<char> separator(Property::SEPARATOR.c_str());
+    const boost::tokenizer<boost::char_separator<char>> tokens(path, separator);
+    return std::vector<std::string>(tokens.begin(), tokens.end());
+}
+
+std::vector<std::string> PointerSegments(const std::string& pointer) {
+    std::vector<std::string> names;
+    if (pointer.empty()) {
+        return names;
+    }
+    if (pointer[0] != '/') {
+        throw UsageError("the JSON pointer '" + pointer + "' must start with '/'");
+    }
+    for (std::size_t i = 0; i < pointer.size(); ++i) {
+        if (pointer[i] == '/') {
+            names.emplace_back();
+        } else if (pointer[i] != '~') {
+            names.back() += pointer[i];
+        } else if (i + 1 < pointer.size() && (pointer[i + 1] == '0' || pointer[i + 1] == '1')) {
+            names.back() += pointer[++i] == '0' ? '~' : '/';
+        } else {
+            throw UsageError("the JSON pointer '" + pointer + "' has a '~' not followed by 0 or 1");
+        }
+    }
+    return names;
+}
+
+const Property* FindPath(const Property& root, const std::vector<std::string>& names, std::size_t* reached) {
+    const Property* node = &root;
+    for (*reached = 0; *reached < names.size(); ++*reached) {
+        if (node->GetType() != TypeArray) {
+            return nullptr;
+        }
+        const auto child = node->FindChild(names[*reached]);
+        if (child == node->end()) {
+            return nullptr;
+        }
+        node = &*child;
+    }
+    return node;
+}
+
+std::string JoinedPath(const std::vector<std::string>& names, std::size_t count) {
+    std::string path;
+    for (std::size_t i = 0; i < count && i < names.size(); ++i) {
+        path += (i > 0 ? "/" : "") + names[i];
+    }
+    return path;
+}
+
+}  // namespace TarselTool

@@ -1,0 +1,47 @@
+// Values and paths as the user types and reads them: the exact text of a
+// value, the value that a text stands for, and the two spellings of a path.
+#pragma once
+
+#include <Core/Interfaces/Property.h>
+
+#include <string>
+#include <vector>
+
+namespace TarselTool {
+
+// The text of a value node, exact where the library's text rounds: doubles
+// in the shortest text that reads back as the same double (52.520008,
+// 1700000000.123, 1e+300), booleans as true and false, ratios as n/d,
+// strings as they are. A container is described, "an object of 3 members";
+// an Empty node is "nothing".
+std::string ExactValueText(const Tarsel::Core::Property& node);
+
+// The name of a node's type for a user: "a boolean", "an integer", ...
+std::string TypeName(const Tarsel::Core::Property& node);
+
+// The value that text stands for, of type "bool", "int", "double", "string"
+// or "ratio"; an empty type infers it: true or false is a boolean, an integer
+// within 64 bits an integer, any other decimal or exponent number a double,
+// digits/digits a ratio, anything else a string. Throws UsageError when text
+// is not of the requested type, or is a ratio with a zero denominator.
+Tarsel::Core::Property ValueFromText(const std::string& text, const std::string& type);
+
+// The names along a path: "/"-separated, empty segments dropped as the
+// library's paths do ("/a//b/" is a then b).
+std::vector<std::string> PathSegments(const std::string& path);
+
+// The names along an RFC 6901 JSON Pointer: "" is the whole document,
+// "/a~1b" the one name "a/b", "~0" a "~". Throws UsageError for a pointer
+// that does not start with "/" or a "~" followed by neither 0 nor 1.
+std::vector<std::string> PointerSegments(const std::string& pointer);
+
+// The node that names lead to from root, each name the first child of that
+// name, as the library's paths find it; null when there is none, with
+// *reached the number of names that were found before the walk stopped.
+const Tarsel::Core::Property* FindPath(const Tarsel::Core::Property& root, const std::vector<std::string>& names,
+                                       std::size_t* reached);
+
+// The first count names joined by "/", as messages show a path.
+std::string JoinedPath(const std::vector<std::string>& names, std::size_t count);
+
+}  // namespace TarselTool
