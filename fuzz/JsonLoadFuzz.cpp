@@ -12,7 +12,7 @@
 // - saving is idempotent after one normalisation, wrapped or not;
 // - a wrapped load gives the first child of the unwrapped one.
 #include "FuzzCheck.h"
-#include "tests/DoubleText.h"
+#include "support/DoubleText.h"
 
 #include <Core/Interfaces/DataStream.h>
 #include <Core/Interfaces/Exceptions.h>

@@ -1,7 +1,7 @@
 #include <Core/Interfaces/DataStream.h>
 #include <Core/Interfaces/Digest.h>
 
-#include "TempFolder.h"
+#include "support/TempFolder.h"
 
 #include <boost/filesystem.hpp>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 #include <Core/Interfaces/FileUtils.h>
 
-#include "TempFolder.h"
+#include "support/TempFolder.h"
 
 #include <boost/filesystem.hpp>
 #include <gtest/gtest.h>

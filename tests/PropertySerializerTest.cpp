@@ -1,6 +1,6 @@
 #include <Core/Interfaces/PropertySerializer.h>
 
-#include "DoubleText.h"
+#include "support/DoubleText.h"
 
 #include <boost/exception/get_error_info.hpp>
 #include <boost/filesystem.hpp>

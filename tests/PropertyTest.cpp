@@ -1,5 +1,7 @@
 #include <Core/Interfaces/Property.h>
 
+#include "support/CatchAs.h"
+
 #include <boost/exception/get_error_info.hpp>
 #include <gtest/gtest.h>
 
@@ -11,22 +13,12 @@
 
 using namespace Tarsel;
 using namespace Tarsel::Core;
+using TarselTest::CatchAs;
 using P = PropertyException;
 
 namespace {
 
 using Op = std::function<void(Property&)>;
-
-template <class E, class F>
-E CatchAs(F f) {
-    try {
-        f();
-    } catch (const E& e) {
-        return e;
-    }
-    ADD_FAILURE() << "nothing was thrown";
-    throw std::logic_error("unreachable");
-}
 
 template <class Tag>
 typename Tag::value_type Info(const boost::exception& e) {
@@ -365,7 +357,6 @@ TEST(PropertyPaths, EmptySegmentsAreDroppedSegmentsAreNamesAndLeavesRefuse) {
         EXPECT_EQ(Property("leaf", 1).ChildByPath(path).GetInt64(), 1);
     }
     EXPECT_EQ(&root.ChildByPath("0/[0]"), &root["0"]["[0]"]);  // names, not positions
-    EXPECT_EQ(Property::SEPARATOR, "/");
 
     EXPECT_FALSE(root.ChildExistsByPath("c/missing/d"));
     const auto missing = CatchAs<ChildNameIsNotFound>([&] { root.ChildByPath("c/missing/d"); });

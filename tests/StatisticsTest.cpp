@@ -8,11 +8,6 @@
 
 using namespace Tarsel::Core;
 
-TEST(Statistics, ClientOnlyNamesHaveTheirTexts) {
-    EXPECT_EQ(PerformanceTimer::IMPL_NAME, "Impl ID");
-    EXPECT_EQ(IComputingResource::CPU + IComputingResource::CUDA + IComputingResource::IM, "CPUCUDAIM");
-}
-
 TEST(ExtractClassName, CutsBeforeTheLastDoubleColon) {
     const std::pair<const char*, const char*> cases[] = {
         {"Tarsel::Core::Decoder::Process", "Tarsel::Core::Decoder"},

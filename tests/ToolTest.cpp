@@ -4,7 +4,7 @@
 #include <Core/Interfaces/PropertySerializer.h>
 #include <Core/Interfaces/Version.h>
 
-#include "TempFolder.h"
+#include "support/TempFolder.h"
 
 #include <boost/algorithm/hex.hpp>
 #include <boost/filesystem.hpp>
