@@ -7,25 +7,38 @@
 
 namespace Tarsel::Core {
 
-std::string PropertyValueToString(const Property& property) {
-    std::ostringstream out;
+namespace {
+
+// Writes a scalar's value in out's formatting (a bool as 1 or 0, a double
+// with out's precision, a ratio as n/d); false, writing nothing, for Empty
+// and containers.
+bool WriteScalar(const Property& property, std::ostream& out) {
     switch (property.GetType()) {
     case TypeBool:
         out << property.GetBool();
-        break;
+        return true;
     case TypeDouble:
         out << property.GetDouble();
-        break;
+        return true;
     case TypeInt64:
         out << property.GetInt64();
-        break;
+        return true;
     case TypeString:
         out << property.GetString();
-        break;
+        return true;
     case TypeRatio:
-        out << StringFromRatio(property.GetRatio());
-        break;
+        out << property.GetRatio().numerator() << '/' << property.GetRatio().denominator();
+        return true;
     default:
+        return false;
+    }
+}
+
+}  // namespace
+
+std::string PropertyValueToString(const Property& property) {
+    std::ostringstream out;
+    if (!WriteScalar(property, out)) {
         ThrowWithCallStack(TARSEL_THROW_SITE("std::string Tarsel::Core::PropertyValueToString(const Core::Property &)"),
                            PropertyException(), TagDescription("Wrong property type"));
     }
@@ -39,31 +52,15 @@ void PrintPropertyValue(const Property& property, int indent, std::ostream& out,
     if (printName) {
         out << property.GetName() << ": ";
     }
-    switch (property.GetType()) {
-    case TypeEmpty:
+    if (property.GetType() == TypeEmpty) {
         out << "Empty";
-        break;
-    case TypeBool:
-        out << property.GetBool();
-        break;
-    case TypeDouble:
-        out << property.GetDouble();
-        break;
-    case TypeInt64:
-        out << property.GetInt64();
-        break;
-    case TypeString:
-        out << property.GetString();
-        break;
-    case TypeRatio:
-        out << property.GetRatio().numerator() << '/' << property.GetRatio().denominator();
-        break;
-    case TypeArray:
+    } else if (property.GetType() == TypeArray) {
         out << "Array" << std::endl;
         for (const Property& child : property) {
             PrintPropertyValue(child, indent + 1, out, true, true);
         }
-        break;
+    } else {
+        WriteScalar(property, out);
     }
     if (newLine) {
         out << std::endl;
