@@ -9,6 +9,7 @@
 #include <Core/Interfaces/PropertySerializer.h>
 
 #include <charconv>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <string_view>
@@ -79,10 +80,13 @@ inline std::string_view IndexName(std::size_t index, char (&buffer)[24]) {
 // Writes numerator "/" denominator, the text StringFromRatio gives, without
 // a formatting stream per value (that was a tenth of the time of saving) and
 // whatever the global locale.
+// Each number gets the room of the longest long long ("-9223372036854775808"),
+// which also shows the optimizer that the '/' stays inside the buffer.
 inline std::string_view RatioText(const Ratio& ratio, char (&buffer)[48]) {
-    char* end = std::to_chars(buffer, buffer + sizeof buffer, ratio.numerator()).ptr;
+    constexpr std::ptrdiff_t kLongestNumber = 20;
+    char* end = std::to_chars(buffer, buffer + kLongestNumber, ratio.numerator()).ptr;
     *end++ = '/';
-    end = std::to_chars(end, buffer + sizeof buffer, ratio.denominator()).ptr;
+    end = std::to_chars(end, end + kLongestNumber, ratio.denominator()).ptr;
     return std::string_view(buffer, static_cast<std::size_t>(end - buffer));
 }
 
