@@ -3,6 +3,7 @@
 // Throughput is the size of the source document over the time, in every
 // column, so the columns compare the same information.
 #include "BenchSupport.h"
+#include "support/JsonDocuments.h"
 
 #include <Core/Interfaces/PropertySerializer.h>
 
@@ -19,7 +20,6 @@
 #include <iomanip>
 #include <iostream>
 #include <map>
-#include <random>
 #include <sstream>
 
 using namespace Tarsel;
@@ -29,65 +29,13 @@ namespace {
 
 // --- Documents -----------------------------------------------------------------
 
-std::string SettingsDocument() {
-    std::mt19937 random(1);
-    std::ostringstream out;
-    out << "{";
-    for (int g = 0; out.tellp() < 20000; ++g) {
-        out << (g ? "," : "") << "\"group" << g << "\":{"
-            << "\"enabled\":" << (random() % 2 ? "true" : "false") << ",\"frameRate\":29.97"
-            << ",\"frameRateRatio\":\"30000/1001\",\"width\":" << 640 + random() % 3200
-            << ",\"height\":" << 480 + random() % 1700 << ",\"codec\":\"h264\",\"label\":\"Preset number " << g
-            << "\",\"gain\":" << (random() % 1000) / 100.0 << ",\"channels\":[0,1,2,3]"
-            << ",\"advanced\":{\"threads\":" << random() % 16 << ",\"quality\":\"high\",\"latency\":0.25}}";
-    }
-    out << "}";
-    return out.str();
-}
-
-std::string MediaLibraryDocument(int items) {
-    std::mt19937 random(2);
-    std::ostringstream out;
-    out << "[";
-    for (int i = 0; i < items; ++i) {
-        out << (i ? "," : "") << "{\"id\":" << 100000 + i << ",\"title\":\"Holiday clip number " << i << "\""
-            << ",\"path\":\"/media/library/" << 2000 + i % 25 << "/clip_" << i << ".mov\""
-            << ",\"duration\":" << (random() % 10000000) / 1000.0 << ",\"frameRate\":29.97"
-            << ",\"frameRateRatio\":\"30000/1001\",\"width\":1920,\"height\":1080"
-            << ",\"codec\":{\"name\":\"h264\",\"profile\":\"high\",\"level\":" << 30 + random() % 22 << "}"
-            << ",\"tags\":[" << random() % 50 << "," << random() % 50 << "," << random() % 50 << "]"
-            << ",\"rating\":" << random() % 6 << ",\"favorite\":" << (random() % 4 ? "false" : "true") << "}";
-    }
-    out << "]";
-    return out.str();
-}
-
-std::string FlatArrayDocument(int items) {
-    std::string text = "[";
-    for (int i = 0; i < items; ++i) {
-        text += (i ? ",{\"id\":" : "{\"id\":") + std::to_string(i) + ",\"value\":" + std::to_string(i % 1000) +
-                ".5,\"name\":\"item" + std::to_string(i) + "\"}";
-    }
-    return text + "]";
-}
-
-// The documents by name, each generated on first use.
-const std::vector<std::pair<std::string, std::string (*)()>>& DocumentMakers() {
-    static const std::vector<std::pair<std::string, std::string (*)()>> makers = {
-        {"settings_20KB", SettingsDocument},
-        {"media_8MB", [] { return MediaLibraryDocument(40000); }},
-        {"flat_10k", [] { return FlatArrayDocument(10000); }},
-        {"flat_100k", [] { return FlatArrayDocument(100000); }},
-        {"flat_1M", [] { return FlatArrayDocument(1000000); }},
-    };
-    return makers;
-}
+using TarselTest::JsonDocumentMakers;
 
 const std::string& Document(const std::string& name) {
     static std::map<std::string, std::string> cache;
     auto found = cache.find(name);
     if (found == cache.end()) {
-        for (const auto& [makerName, make] : DocumentMakers()) {
+        for (const auto& [makerName, make] : JsonDocumentMakers()) {
             if (makerName == name) {
                 found = cache.emplace(name, make()).first;
             }
@@ -230,7 +178,7 @@ void RegisterAll() {
         {"nlohmann", NlohmannLoad}, {"ptree", PropertyTreeLoad}};
     const std::pair<const char*, Function> saves[] = {
         {"tarsel", TarselSave}, {"rapidjson", RapidJsonSave}, {"nlohmann", NlohmannSave}, {"ptree", PropertyTreeSave}};
-    for (const auto& [name, make] : DocumentMakers()) {
+    for (const auto& [name, make] : JsonDocumentMakers()) {
         for (const auto& [library, function] : loads) {
             benchmark::RegisterBenchmark(("load/" + name + "/" + library).c_str(), function, &name)
                 ->Unit(benchmark::kMillisecond)
@@ -279,7 +227,7 @@ public:
         }
         out << "\n";
         for (const char* operation : {"load", "save"}) {
-            for (const auto& [name, make] : DocumentMakers()) {
+            for (const auto& [name, make] : JsonDocumentMakers()) {
                 const std::string row = std::string(operation) + "/" + name;
                 out << std::left << std::setw(22) << row << std::right << std::fixed;
                 for (const char* library : kLibraries) {
