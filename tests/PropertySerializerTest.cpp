@@ -377,12 +377,40 @@ TEST(Serialize, DoublesAreWrittenLikePercentHashG) {
         std::memcpy(&raw, &bits, sizeof raw);
         values.push_back(raw);
     }
+    // Two ulps around every power of ten and six-digit carry, both signs.
+    const std::vector<double> boundaries = TarselTest::BoundaryDoubles(2);
+    values.insert(values.end(), boundaries.begin(), boundaries.end());
     for (double value : values) {
         const std::string text = Serialize(Property("d", value));
         ASSERT_EQ(text, TarselTest::SavedDoubleText(value)) << value;
         ASSERT_EQ(Load("[" + text + "]")[std::size_t{0}].GetType(), TypeDouble) << text;
     }
-    EXPECT_EQ(Serialize(Property("d", -192000.0)), "-192000.0");
+}
+
+// Known answers: C's "%#g" of each double (the exact binary value rounded to
+// six digits, ties to even), with a zero after a bare final point.
+TEST(Serialize, DoubleTextAtRoundingBoundaries) {
+    const std::pair<double, const char*> cases[] = {
+        {9.999995, "10.0000"},                   // 9.99999500000000018929: above the tie, carries
+        {99999.95, "99999.9"},                   // 99999.9499999999997: below the tie
+        {999999.5, "1.00000e+06"},               // an exact tie, to even: carries into a new exponent
+        {123456.5, "123456.0"},                  // an exact tie, to even: down
+        {999999.4999999999, "999999.0"},         // just below the carry
+        {-192000.0, "-192000.0"},                // six integer digits
+        {0.0001, "0.000100000"},                 // the smallest exponent of fixed notation
+        {9.999999999999999e-05, "0.000100000"},  // below 1e-4, but rounds up to it
+        {1e-05, "1.00000e-05"},                  // the first exponent of scientific notation
+        {1e21, "1.00000e+21"},
+        {0.1, "0.100000"},
+        {29.97, "29.9700"},
+        {-0.0, "-0.00000"},
+        {4.9406564584124654e-324, "4.94066e-324"},  // the smallest subnormal
+        {2.2250738585072014e-308, "2.22507e-308"},  // the smallest normal double
+        {1.7976931348623157e308, "1.79769e+308"},   // the largest double
+    };
+    for (const auto& [value, text] : cases) {
+        EXPECT_EQ(Serialize(Property("d", value)), text);
+    }
 }
 
 TEST(SerializeToFile, ReplacesTheFileWholeOrLeavesItAsItWas) {

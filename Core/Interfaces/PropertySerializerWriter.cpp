@@ -1,7 +1,7 @@
 // This file writes Property trees as JSON, for Serialize (compact text) and
 // Save (RapidJSON values).
 //
-// - Doubles are written as printf's "%#g" (FormatDoubleSixDigits), strings
+// - Doubles are written as printf's "%#g" (internal/SavedDouble.h), strings
 //   with RapidJSON's escaping, ratios as "n/d", containers as objects.
 // - Children that share a name all write into the first member with that
 //   name, the last one winning (PlanMembers).
@@ -10,6 +10,7 @@
 //   unless the whole text could be built.
 #include <Core/Interfaces/PropertySerializer.h>
 
+#include <Core/Interfaces/internal/SavedDouble.h>
 #include <Core/Interfaces/internal/SerializerAccess.h>
 #include <Core/Interfaces/internal/WholeInput.h>
 
@@ -18,6 +19,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -134,35 +136,6 @@ private:
     std::vector<const Property*> m_plan;
     std::size_t m_index = 0;
 };
-
-// printf's "%#g" for a finite double: six significant digits, trailing zeros
-// kept, always a decimal point (1.0 gives 1.00000, 1e-05 gives 1.00000e-05),
-// at a fraction of snprintf's cost. One deliberate difference: "%#g" ends the
-// values of six integer digits with a bare point (192000.), which no JSON
-// reader accepts, so those get a zero after it (192000.0) and still read back
-// as doubles.
-std::size_t FormatDoubleSixDigits(double value, char* out) {
-    constexpr int kPrecision = 6;
-    char scientific[32];
-    const auto sci = std::to_chars(scientific, scientific + sizeof scientific, value,
-                                   std::chars_format::scientific, kPrecision - 1);
-    const char* e = std::find(scientific, sci.ptr, 'e');
-    int exponent = 0;
-    std::from_chars(e + (e[1] == '+' ? 2 : 1), sci.ptr, exponent);
-    // %g picks fixed notation when the rounded exponent lies in [-4, P).
-    if (exponent < -4 || exponent >= kPrecision) {
-        const std::size_t length = static_cast<std::size_t>(sci.ptr - scientific);
-        std::memcpy(out, scientific, length);
-        return length;
-    }
-    const auto fixed = std::to_chars(out, out + 32, value, std::chars_format::fixed, kPrecision - 1 - exponent);
-    std::size_t length = static_cast<std::size_t>(fixed.ptr - out);
-    if (std::find(out, fixed.ptr, '.') == fixed.ptr) {
-        out[length++] = '.';
-        out[length++] = '0';
-    }
-    return length;
-}
 
 // A growable text buffer written through a cursor: one capacity check per
 // value rather than one per character. It grows with realloc, which can
@@ -282,7 +255,7 @@ private:
             m_out.Append("null");
             return;
         }
-        char* out = m_out.Reserve(32);
+        char* out = m_out.Reserve(kMaxSavedDoubleLength);
         m_out.Commit(out + FormatDoubleSixDigits(value, out));
     }
 
