@@ -323,6 +323,27 @@ TEST(Serialize, RepeatedKeysWriteTheLastValueIntoTheFirstMember) {
         cases.emplace_back(large, expected + R"(,"key0":null})");
     }
     {
+        // Many distinct keys, whose fingerprints must collide, and none
+        // taken for a repeat; then fifty positional keys, a name, and one of
+        // the positions again.
+        Property distinct("c");
+        std::string expected = "{";
+        for (long long i = 0; i < 300; ++i) {
+            distinct.CreateChildT<long long>("key" + std::to_string(i), i);
+            expected += (i ? ",\"key" : "\"key") + std::to_string(i) + "\":" + std::to_string(i);
+        }
+        cases.emplace_back(distinct, expected + "}");
+        Property positional("c");
+        expected = "{";
+        for (long long i = 0; i < 50; ++i) {
+            positional.Add(Property("", i));
+            expected += (i ? ",\"" : "\"") + std::to_string(i) + "\":" + (i == 7 ? "51" : std::to_string(i));
+        }
+        positional.CreateChildT<long long>("x", 50);
+        positional.CreateChildT<long long>("7", 51);
+        cases.emplace_back(positional, expected + R"(,"x":50,"7":null})");
+    }
+    {
         // A repeat found after a whole subtree was written: the subtree that
         // loses is not written at all, and the winner's own repeats resolve.
         Property tree("c");
