@@ -3,7 +3,6 @@
 // every double, and std::to_chars those it cannot.
 #include <Core/Interfaces/internal/SavedDouble.h>
 
-#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
@@ -83,6 +82,9 @@ SixDigits RoundToSixDigits(double magnitude) {
 
 }  // namespace
 
+// Every copy below has a fixed length or a loop that cannot become a call
+// of memcpy: the pieces are a few bytes long, and a library call for each
+// cost more than writing the digits.
 std::size_t FormatDoubleSixDigits(double value, char* out) {
     char* const start = out;
     if (std::signbit(value)) {
@@ -100,7 +102,8 @@ std::size_t FormatDoubleSixDigits(double value, char* out) {
     if (exponent < -4 || exponent >= 6) {
         *out++ = digits[0];
         *out++ = '.';
-        out = std::copy(digits + 1, digits + 6, out);
+        std::memcpy(out, digits + 1, 5);
+        out += 5;
         *out++ = 'e';
         *out++ = exponent < 0 ? '-' : '+';
         const int magnitude = exponent < 0 ? -exponent : exponent;
@@ -109,21 +112,23 @@ std::size_t FormatDoubleSixDigits(double value, char* out) {
         }
         out = std::to_chars(out, out + 3, magnitude).ptr;
     } else if (exponent >= 0) {
-        out = std::copy(digits, digits + exponent + 1, out);
-        *out++ = '.';
+        for (int i = 0; i < 6; ++i) {
+            *out++ = digits[i];
+            if (i == exponent) {
+                *out++ = '.';
+            }
+        }
         if (exponent == 5) {
             *out++ = '0';
-        } else {
-            out = std::copy(digits + exponent + 1, digits + 6, out);
         }
     } else {
-        *out++ = '0';
-        *out++ = '.';
-        out = std::fill_n(out, -exponent - 1, '0');
-        out = std::copy(digits, digits + 6, out);
+        // "0.", then up to three zeros, then the digits.
+        std::memcpy(out, "0.000", 5);
+        out += 1 - exponent;
+        std::memcpy(out, digits, 6);
+        out += 6;
     }
     return static_cast<std::size_t>(out - start);
 }
-
 
 }  // namespace Tarsel::Core::Json
