@@ -64,8 +64,8 @@ std::vector<char*> Pointers(std::vector<std::string>& texts) {
 }
 
 // In the child, between fork and exec: only async-signal-safe calls.
-[[noreturn]] void BecomeTool(const Launch& launch, const int (&in)[2], const int (&out)[2], const int (&err)[2],
-                             const char* folder, char** argv, char** envp) {
+[[noreturn]] void BecomeTool(const char* tool, const Launch& launch, const int (&in)[2], const int (&out)[2],
+                             const int (&err)[2], const char* folder, char** argv, char** envp) {
     dup2(in[0], 0);
     dup2(out[1], 1);
     dup2(err[1], 2);
@@ -87,7 +87,7 @@ std::vector<char*> Pointers(std::vector<std::string>& texts) {
         signal(SIGXFSZ, SIG_IGN);  // an ignored signal stays ignored across exec
         setrlimit(RLIMIT_FSIZE, &limit);
     }
-    execve(TARSEL_TOOL_PATH, argv, envp);
+    execve(tool, argv, envp);
     _exit(127);
 }
 
@@ -118,7 +118,8 @@ void Collect(int outFd, int errFd, Result* result) {
     }
 }
 
-Result RunIn(const fs::path& folder, const std::vector<std::string>& args, const Launch& launch = {}) {
+Result RunIn(const std::string& tool, const fs::path& folder, const std::vector<std::string>& args,
+             const Launch& launch) {
     std::vector<std::string> argvTexts = {"tarsel"};
     argvTexts.insert(argvTexts.end(), args.begin(), args.end());
     std::vector<std::string> envTexts(launch.extraEnvironment);
@@ -137,7 +138,7 @@ Result RunIn(const fs::path& folder, const std::vector<std::string>& args, const
     EXPECT_EQ(pipe(err), 0);
     const pid_t child = fork();
     if (child == 0) {
-        BecomeTool(launch, in, out, err, folderText.c_str(), argv.data(), envp.data());
+        BecomeTool(tool.c_str(), launch, in, out, err, folderText.c_str(), argv.data(), envp.data());
     }
     close(in[0]);
     close(out[1]);
@@ -173,14 +174,41 @@ std::string Md5Hex(const std::string& bytes) {
 // here.
 class ToolTest : public TarselTest::TempFolderTest {
 protected:
-    Result Run(const std::vector<std::string>& args, const Launch& launch = {}) const {
-        return RunIn(m_dir, args, launch);
+    void TearDown() override {
+        if (!m_toolCopy.empty()) {
+            fs::remove_all(m_toolCopy);
+        }
+        TempFolderTest::TearDown();
+    }
+
+    Result Run(const std::vector<std::string>& args, Launch launch = {}) {
+        if (!launch.unprivileged || geteuid() != 0) {
+            return RunIn(TARSEL_TOOL_PATH, m_dir, args, launch);
+        }
+        launch.extraEnvironment.insert(launch.extraEnvironment.begin(), "LD_LIBRARY_PATH=" + ToolCopy().string());
+        return RunIn((ToolCopy() / "tarsel").string(), m_dir, args, launch);
+    }
+
+    // Root runs the tool as nobody, who may not reach the build tree (a
+    // clone under /root, say): such runs start a copy of the tool and its
+    // library, made in a folder of this test's own.
+    const fs::path& ToolCopy() {
+        if (m_toolCopy.empty()) {
+            m_toolCopy = fs::temp_directory_path() / fs::unique_path("tarsel-tool-%%%%-%%%%-%%%%");
+            fs::create_directory(m_toolCopy);
+            fs::permissions(m_toolCopy, fs::perms(0755));
+            fs::copy_file(TARSEL_TOOL_PATH, m_toolCopy / "tarsel");
+            fs::copy_file(TARSEL_LIBRARY_PATH, m_toolCopy / TARSEL_LIBRARY_SONAME);
+        }
+        return m_toolCopy;
     }
 
     std::size_t EntryCount(const std::string& folder) const {
         return static_cast<std::size_t>(
             std::distance(fs::directory_iterator(m_dir / folder), fs::directory_iterator()));
     }
+
+    fs::path m_toolCopy;
 };
 
 constexpr const char* kSettings =

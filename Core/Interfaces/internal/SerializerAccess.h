@@ -83,13 +83,15 @@ inline std::string_view IndexName(std::size_t index, char (&buffer)[24]) {
 // Writes numerator "/" denominator, the text StringFromRatio gives, without
 // a formatting stream per value (that was a tenth of the time of saving) and
 // whatever the global locale.
-// Each number gets the room of the longest long long ("-9223372036854775808"),
-// which also shows the optimizer that the '/' stays inside the buffer.
 inline std::string_view RatioText(const Ratio& ratio, char (&buffer)[48]) {
-    constexpr std::ptrdiff_t kLongestNumber = 20;
-    char* end = std::to_chars(buffer, buffer + kLongestNumber, ratio.numerator()).ptr;
+    // Each part takes 20 characters at most; the numerator is given a range
+    // that leaves room for the slash and the denominator, so that no path,
+    // not even to_chars' failure one, writes past the buffer.
+    constexpr std::size_t kPartRoom = 21;
+    char* const last = buffer + sizeof buffer;
+    char* end = std::to_chars(buffer, last - kPartRoom - 1, ratio.numerator()).ptr;
     *end++ = '/';
-    end = std::to_chars(end, end + kLongestNumber, ratio.denominator()).ptr;
+    end = std::to_chars(end, last, ratio.denominator()).ptr;
     return std::string_view(buffer, static_cast<std::size_t>(end - buffer));
 }
 
