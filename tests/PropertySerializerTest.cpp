@@ -561,6 +561,42 @@ TEST(Deserialize, MergesIntoExistingChildrenAsSetChildDoes) {
     EXPECT_EQ(Describe(Load(R"({"k":{"x":1},"j":0,"k":[2]})")), "root<6>{k<6>{0<3>2},j<3>0}");
 }
 
+// A key is cut at its first zero character before it is matched, and a
+// "frameRateRatio" reads its whole string, zero characters included, as an
+// object's member (merged into a filled target too) but not as an element:
+// from text and from a caller's DOM alike.
+TEST(Deserialize, KeysEndAtZeroAndRatiosReadTheWholeString) {
+    const std::pair<const char*, const char*> cases[] = {
+        // the key "a\0b" names the member "a"
+        {R"({"a\u0000b":1})", "root<6>{keep<3>0,a<3>1}"},
+        // cut, the key names a ratio
+        {R"({"frameRateRatio\u0000x":"3/6"})", "root<6>{keep<3>0,frameRateRatio<5>1/2}"},
+        // a zero after the digits: not digits "/" digits, so nothing
+        {R"({"frameRateRatio":"1/2\u0000"})", "root<6>{keep<3>0,frameRateRatio<6>{}}"},
+        // an element is named by its position: its text stays text
+        {R"({"frameRateRatio":["1/2"]})", "root<6>{keep<3>0,frameRateRatio<6>{0<4>1/2}}"},
+        // nested, in an object that is not the root
+        {R"({"v":{"frameRateRatio":"30000/1001"}})", "root<6>{keep<3>0,v<6>{frameRateRatio<5>30000/1001}}"},
+    };
+    for (const auto& [json, expected] : cases) {
+        Property fromText("root");
+        fromText.SetChildT<long long>("keep", 0);
+        Deserialize(fromText, json);
+        EXPECT_EQ(Describe(fromText), expected) << json;
+
+        rapidjson::Document document;
+        document.Parse(json);
+        Property fromDom("root");
+        fromDom.SetChildT<long long>("keep", 0);
+        PropertySerializer::Load(fromDom, document);
+        EXPECT_EQ(Describe(fromDom), expected) << json;
+
+        // Into an empty target, the fresh tree is moved in whole.
+        Property fresh = Load(json);
+        EXPECT_EQ("root<6>{keep<3>0," + Describe(fresh).substr(std::strlen("root<6>{")), expected) << json;
+    }
+}
+
 TEST(PropertySerializer, SaveAndLoadAgreeWithSerializeAndDeserialize) {
     Property p = Clip();
     p.RemoveChild("fps");  // rapidjson's writer spells doubles its own way
