@@ -370,7 +370,8 @@ TEST(Serialize, RepeatedKeysWriteTheLastValueIntoTheFirstMember) {
         cases.emplace_back(tree, R"({"list":7,"list":null})");
         Property kept("c");
         kept.SetChild("list") = list;
-        cases.emplace_back(kept, R"({"list":{"0":{"id":10,"id":null},"1":{"id":11,"id":null},"2":{"id":12,"id":null}}})");
+        cases.emplace_back(kept, R"({"list":{"0":{"id":10,"id":null},"1":{"id":11,"id":null},)"
+                                 R"("2":{"id":12,"id":null}}})");
     }
     for (const auto& [tree, expected] : cases) {
         EXPECT_EQ(Serialize(tree), expected);
