@@ -9,10 +9,13 @@
 //   RapidJSON DOM of the same text, and PropertySerializer::Load of that DOM
 //   agrees, after a failure part-way too, and also loads the infinities
 //   that the text refuses;
-// - saving is idempotent after one normalisation, wrapped or not;
+// - saving is idempotent after one normalisation, wrapped or not, and the
+//   saved text is, byte for byte, the documented mapping's (support/
+//   SavedJson.h), also once siblings are made to share keys;
 // - a wrapped load gives the first child of the unwrapped one.
 #include "FuzzCheck.h"
 #include "support/DoubleText.h"
+#include "support/SavedJson.h"
 
 #include <Core/Interfaces/DataStream.h>
 #include <Core/Interfaces/Exceptions.h>
@@ -220,6 +223,28 @@ void CheckSavedDoubles(const Property& tree) {
     ForEachDouble(tree, visit);
 }
 
+// The tree with every child's name cut to its first character, so that
+// siblings share keys (a loaded tree never has two children of one name):
+// the writer's handling of repeats, by name and by position, meets the
+// shapes the fuzzer finds. Recursive, like SameTree.
+Property WithSharedKeys(const Property& node) {
+    if (node.GetType() != TypeArray) {
+        return node;
+    }
+    Property copy(node.GetName());
+    for (const Property& child : node) {
+        copy.AddWithName(child.GetName().substr(0, 1), WithSharedKeys(child));
+    }
+    return copy;
+}
+
+// Saving writes exactly the documented mapping, wrapped or not.
+void CheckSavedText(const Property& tree) {
+    for (const bool wrapRoot : {false, true}) {
+        TARSEL_FUZZ_CHECK(Serialize(tree, wrapRoot) == TarselTest::SavedJsonText(tree, wrapRoot));
+    }
+}
+
 // Loads text and saves what it gave.
 std::string Resave(const std::string& text, bool wrapRoot) {
     Property reloaded("root");
@@ -265,6 +290,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     CheckAgainstDom(bytes, outcome, loaded);
     if (outcome == Outcome::Loaded) {
         CheckSavedDoubles(loaded);
+        CheckSavedText(loaded);
+        CheckSavedText(WithSharedKeys(loaded));
         CheckSavingIsIdempotent(loaded, false);
     }
     CheckWrappedLoad(bytes, outcome, loaded);

@@ -1,11 +1,15 @@
+#include <Core/Interfaces/Digest.h>
 #include <Core/Interfaces/PropertySerializer.h>
 
 #include "support/DoubleText.h"
+#include "support/JsonDocuments.h"
+#include "support/SavedJson.h"
 
 #include <boost/exception/get_error_info.hpp>
 #include <boost/filesystem.hpp>
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
+#include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
 #include <pthread.h>
@@ -15,7 +19,9 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
+#include <initializer_list>
 #include <limits>
+#include <map>
 #include <random>
 #include <thread>
 
@@ -227,6 +233,160 @@ TEST(Serialize, ValuesMapAsDocumented) {
     }
 }
 
+std::string HexMD5(const std::string& bytes) {
+    std::string hex;
+    for (const unsigned char byte : MD5Generate(MemoryDataInput::Create(bytes), "")) {
+        char digits[3];
+        std::snprintf(digits, sizeof digits, "%02x", byte);
+        hex += digits;
+    }
+    return hex;
+}
+
+// Every document the benchmarks measure saves as the documented mapping
+// says, and exactly as the writer wrote it before its duplicate check and its
+// double text were made one-pass: the digests are those of that writer's
+// output (commit 908643f), so the benchmark figures compare the same text.
+// One case per document, so that CTest runs them side by side.
+class BenchmarkDocument : public testing::TestWithParam<std::string> {};
+
+TEST_P(BenchmarkDocument, SavesByteForByte) {
+    const std::map<std::string, std::string> digests = {
+        {"settings_20KB", "45e627981145a8620eb38c50aae75b9c"},
+        {"media_8MB", "d225e9723504b11f2a640a1ea77e7bf0"},
+        {"flat_10k", "17da23288617c2e9056991d32b381580"},
+        {"flat_100k", "e47c2aefa885a29880d52b83320794cc"},
+        {"flat_1M", "6f86dc809c3d0a3496a5aacee34907f4"},
+    };
+    for (const auto& [name, make] : TarselTest::JsonDocumentMakers()) {
+        if (name == GetParam()) {
+            const Property tree = Load(make());
+            const std::string text = Serialize(tree);
+            EXPECT_EQ(text, TarselTest::SavedJsonText(tree, false));
+            EXPECT_EQ(HexMD5(text), digests.at(name));
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Serialize, BenchmarkDocument,
+                         testing::Values("settings_20KB", "media_8MB", "flat_10k", "flat_100k", "flat_1M"),
+                         [](const testing::TestParamInfo<std::string>& info) { return info.param; });
+
+// A container whose children are named by names, each holding its index.
+Property Named(std::initializer_list<std::string> names) {
+    Property container("c");
+    long long index = 0;
+    for (const std::string& name : names) {
+        container.AddWithName(name, Property("", index++));
+    }
+    return container;
+}
+
+// Children sharing a key write into the first member of that key, the last
+// one winning, and leave their own members null: by name and by position,
+// wherever the repeat is found, at any depth, in text and in a DOM alike.
+TEST(Serialize, RepeatedKeysWriteTheLastValueIntoTheFirstMember) {
+    std::vector<std::pair<Property, std::string>> cases;
+    // Two names, the first repeated last.
+    cases.emplace_back(Named({"a", "b", "a"}), R"({"a":2,"b":1,"a":null})");
+    // Three of one name: the third wins.
+    cases.emplace_back(Named({"a", "a", "a"}), R"({"a":2,"a":null,"a":null})");
+    // Positional keys, then one of them again.
+    cases.emplace_back(Named({"0", "1", "2", "1"}), R"({"0":0,"1":3,"2":2,"1":null})");
+    // Positional keys, then a name, then an index seen before the name.
+    cases.emplace_back(Named({"0", "1", "x", "0"}), R"({"0":3,"1":1,"x":2,"0":null})");
+    // An index seen only after the positional run broke: "2" is new at 3.
+    cases.emplace_back(Named({"0", "1", "x", "2", "2"}), R"({"0":0,"1":1,"x":2,"2":4,"2":null})");
+    // Keys end at a zero character, so these two are one key.
+    cases.emplace_back(Named({std::string("k\0a", 3), "m", std::string("k\0b", 3)}), R"({"k":2,"m":1,"k":null})");
+    {
+        // Empty keys repeat like any other (SetChildT takes an empty name).
+        Property empty("c");
+        empty.SetChildT<long long>("", 0);
+        empty.CreateChildT<long long>(std::string("\0x", 2), 1);
+        cases.emplace_back(empty, R"({"":1,"":null})");
+    }
+    {
+        // A large record (past any small-record shortcut) whose last key
+        // repeats its first.
+        std::vector<std::string> names;
+        std::string expected = "{";
+        for (int i = 0; i < 40; ++i) {
+            names.push_back("key" + std::to_string(i));
+            expected += (i ? ",\"key" : "\"key") + std::to_string(i) + "\":" + (i ? std::to_string(i) : "40");
+        }
+        Property large("c");
+        for (std::size_t i = 0; i < names.size(); ++i) {
+            large.AddWithName(names[i], Property("", static_cast<long long>(i)));
+        }
+        large.AddWithName("key0", Property("", 40LL));
+        cases.emplace_back(large, expected + R"(,"key0":null})");
+    }
+    {
+        // Many distinct keys, whose fingerprints must collide, and none
+        // taken for a repeat; then fifty positional keys, a name, and one of
+        // the positions again.
+        Property distinct("c");
+        std::string expected = "{";
+        for (long long i = 0; i < 300; ++i) {
+            distinct.CreateChildT<long long>("key" + std::to_string(i), i);
+            expected += (i ? ",\"key" : "\"key") + std::to_string(i) + "\":" + std::to_string(i);
+        }
+        cases.emplace_back(distinct, expected + "}");
+        Property positional("c");
+        expected = "{";
+        for (long long i = 0; i < 50; ++i) {
+            positional.Add(Property("", i));
+            expected += (i ? ",\"" : "\"") + std::to_string(i) + "\":" + (i == 7 ? "51" : std::to_string(i));
+        }
+        positional.CreateChildT<long long>("x", 50);
+        positional.CreateChildT<long long>("7", 51);
+        cases.emplace_back(positional, expected + R"(,"x":50,"7":null})");
+    }
+    {
+        // A repeat found after a whole subtree was written: the subtree that
+        // loses is not written at all, and the winner's own repeats resolve.
+        Property tree("c");
+        Property& first = tree.AddWithName("x", Property("x"));
+        first.SetChild("deep").SetChild("deeper").SetChildT<long long>("v", 1);
+        tree.SetChildT<long long>("y", 2);
+        Property& winner = tree.AddWithName("x", Property("x"));
+        winner.Add(Property("", 3LL));
+        winner.AddWithName("0", Property("", 4LL));
+        cases.emplace_back(tree, R"({"x":{"0":4,"0":null},"y":2,"x":null})");
+    }
+    {
+        // An array of records that each repeat a key, inside a record that
+        // repeats one too.
+        Property tree("c");
+        Property& list = tree.SetChild("list");
+        for (long long i = 0; i < 3; ++i) {
+            Property record("");
+            record.SetChildT<long long>("id", i);
+            record.CreateChildT<long long>("id", 10 + i);
+            list.Add(record);
+        }
+        tree.CreateChildT<long long>("list", 7);
+        cases.emplace_back(tree, R"({"list":7,"list":null})");
+        Property kept("c");
+        kept.SetChild("list") = list;
+        cases.emplace_back(kept, R"({"list":{"0":{"id":10,"id":null},"1":{"id":11,"id":null},)"
+                                 R"("2":{"id":12,"id":null}}})");
+    }
+    for (const auto& [tree, expected] : cases) {
+        EXPECT_EQ(Serialize(tree), expected);
+        EXPECT_EQ(TarselTest::SavedJsonText(tree, false), expected);
+        EXPECT_EQ(Serialize(tree, true), R"({"c":)" + expected + "}");
+        // Save fills a DOM with the same members.
+        rapidjson::Document document;
+        PropertySerializer::Save(tree, document, document.GetAllocator());
+        rapidjson::StringBuffer buffer;
+        rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+        document.Accept(writer);
+        EXPECT_EQ(buffer.GetString(), expected);
+    }
+}
+
 TEST(Serialize, DoublesAreWrittenLikePercentHashG) {
     std::mt19937_64 random(20261122);
     std::vector<double> values = {0.0, -0.0, 0.1, 29.97, 1e-05, 1e-4, 123456.0, 999999.5, 1e300, -5e-324, 9.999995};
@@ -239,12 +399,40 @@ TEST(Serialize, DoublesAreWrittenLikePercentHashG) {
         std::memcpy(&raw, &bits, sizeof raw);
         values.push_back(raw);
     }
+    // Two ulps around every power of ten and six-digit carry, both signs.
+    const std::vector<double> boundaries = TarselTest::BoundaryDoubles(2);
+    values.insert(values.end(), boundaries.begin(), boundaries.end());
     for (double value : values) {
         const std::string text = Serialize(Property("d", value));
         ASSERT_EQ(text, TarselTest::SavedDoubleText(value)) << value;
         ASSERT_EQ(Load("[" + text + "]")[std::size_t{0}].GetType(), TypeDouble) << text;
     }
-    EXPECT_EQ(Serialize(Property("d", -192000.0)), "-192000.0");
+}
+
+// Known answers: C's "%#g" of each double (the exact binary value rounded to
+// six digits, ties to even), with a zero after a bare final point.
+TEST(Serialize, DoubleTextAtRoundingBoundaries) {
+    const std::pair<double, const char*> cases[] = {
+        {9.999995, "10.0000"},                   // 9.99999500000000018929: above the tie, carries
+        {99999.95, "99999.9"},                   // 99999.9499999999997: below the tie
+        {999999.5, "1.00000e+06"},               // an exact tie, to even: carries into a new exponent
+        {123456.5, "123456.0"},                  // an exact tie, to even: down
+        {999999.4999999999, "999999.0"},         // just below the carry
+        {-192000.0, "-192000.0"},                // six integer digits
+        {0.0001, "0.000100000"},                 // the smallest exponent of fixed notation
+        {9.999999999999999e-05, "0.000100000"},  // below 1e-4, but rounds up to it
+        {1e-05, "1.00000e-05"},                  // the first exponent of scientific notation
+        {1e21, "1.00000e+21"},
+        {0.1, "0.100000"},
+        {29.97, "29.9700"},
+        {-0.0, "-0.00000"},
+        {4.9406564584124654e-324, "4.94066e-324"},  // the smallest subnormal
+        {2.2250738585072014e-308, "2.22507e-308"},  // the smallest normal double
+        {1.7976931348623157e308, "1.79769e+308"},   // the largest double
+    };
+    for (const auto& [value, text] : cases) {
+        EXPECT_EQ(Serialize(Property("d", value)), text);
+    }
 }
 
 TEST(SerializeToFile, ReplacesTheFileWholeOrLeavesItAsItWas) {
@@ -372,6 +560,42 @@ TEST(Deserialize, MergesIntoExistingChildrenAsSetChildDoes) {
     EXPECT_EQ(Describe(a), "a<6>{1<3>7}");
     // Duplicate keys in one object: the last value, in the first one's place.
     EXPECT_EQ(Describe(Load(R"({"k":{"x":1},"j":0,"k":[2]})")), "root<6>{k<6>{0<3>2},j<3>0}");
+}
+
+// A key is cut at its first zero character before it is matched, and a
+// "frameRateRatio" reads its whole string, zero characters included, as an
+// object's member (merged into a filled target too) but not as an element:
+// from text and from a caller's DOM alike.
+TEST(Deserialize, KeysEndAtZeroAndRatiosReadTheWholeString) {
+    const std::pair<const char*, const char*> cases[] = {
+        // the key "a\0b" names the member "a"
+        {R"({"a\u0000b":1})", "root<6>{keep<3>0,a<3>1}"},
+        // cut, the key names a ratio
+        {R"({"frameRateRatio\u0000x":"3/6"})", "root<6>{keep<3>0,frameRateRatio<5>1/2}"},
+        // a zero after the digits: not digits "/" digits, so nothing
+        {R"({"frameRateRatio":"1/2\u0000"})", "root<6>{keep<3>0,frameRateRatio<6>{}}"},
+        // an element is named by its position: its text stays text
+        {R"({"frameRateRatio":["1/2"]})", "root<6>{keep<3>0,frameRateRatio<6>{0<4>1/2}}"},
+        // nested, in an object that is not the root
+        {R"({"v":{"frameRateRatio":"30000/1001"}})", "root<6>{keep<3>0,v<6>{frameRateRatio<5>30000/1001}}"},
+    };
+    for (const auto& [json, expected] : cases) {
+        Property fromText("root");
+        fromText.SetChildT<long long>("keep", 0);
+        Deserialize(fromText, json);
+        EXPECT_EQ(Describe(fromText), expected) << json;
+
+        rapidjson::Document document;
+        document.Parse(json);
+        Property fromDom("root");
+        fromDom.SetChildT<long long>("keep", 0);
+        PropertySerializer::Load(fromDom, document);
+        EXPECT_EQ(Describe(fromDom), expected) << json;
+
+        // Into an empty target, the fresh tree is moved in whole.
+        Property fresh = Load(json);
+        EXPECT_EQ("root<6>{keep<3>0," + Describe(fresh).substr(std::strlen("root<6>{")), expected) << json;
+    }
 }
 
 TEST(PropertySerializer, SaveAndLoadAgreeWithSerializeAndDeserialize) {

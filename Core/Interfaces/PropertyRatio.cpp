@@ -2,6 +2,8 @@
 // ratio with a bounded denominator.
 #include <Core/Interfaces/Property.h>
 
+#include <Core/Interfaces/internal/RatioParse.h>
+
 #include <boost/format.hpp>
 
 #include <algorithm>
@@ -32,21 +34,24 @@ bool ParseDigits(std::string_view text, long long* value) {
 // The grammar is digits "/" digits, matched as a whole: small enough to check
 // by hand, which costs a few nanoseconds where a regular expression costs a
 // few hundred, on the load path of every "frameRateRatio".
-bool RatioFromString(const std::string& text, Ratio& ratio) {
-    const std::string::size_type slash = text.find('/');
-    if (slash == std::string::npos) {
+bool RatioFromText(std::string_view text, Ratio& ratio) {
+    const std::string_view::size_type slash = text.find('/');
+    if (slash == std::string_view::npos) {
         return false;
     }
-    const std::string_view whole(text);
     long long numerator = 0;
     long long denominator = 0;
-    if (!ParseDigits(whole.substr(0, slash), &numerator) || !ParseDigits(whole.substr(slash + 1), &denominator)) {
+    if (!ParseDigits(text.substr(0, slash), &numerator) || !ParseDigits(text.substr(slash + 1), &denominator)) {
         return false;
     }
     // A zero denominator throws boost::bad_rational, deliberately unlike the
     // other refusals: "n/0" is well-formed text naming an impossible value.
     ratio = Ratio(numerator, denominator);
     return true;
+}
+
+bool RatioFromString(const std::string& text, Ratio& ratio) {
+    return RatioFromText(text, ratio);
 }
 
 namespace {

@@ -11,6 +11,7 @@
 // - A "frameRateRatio" string becomes a ratio.
 #include <Core/Interfaces/PropertySerializer.h>
 
+#include <Core/Interfaces/internal/RatioParse.h>
 #include <Core/Interfaces/internal/SerializerAccess.h>
 
 #include <rapidjson/document.h>
@@ -18,6 +19,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <exception>
 #include <limits>
 #include <memory>
@@ -124,8 +126,12 @@ private:
 // in, and building stops there, but the events are still followed so that a
 // later syntax error or excess depth is still reported as such.
 //
-// Keys must stay valid until the next event: true for in-situ parsing and for
-// DOM walks.
+// Every value event passes one test (m_building: inside the root and not
+// stopped) before the container's kind, decided once when it opened, says
+// where the value goes.
+//
+// Keys must stay valid until the next event and be zero-terminated, as
+// RapidJSON leaves them both in in-situ parsing and in a DOM.
 class TreeBuilder : public rapidjson::BaseReaderHandler<rapidjson::UTF8<char>, TreeBuilder> {
 public:
     TreeBuilder(Property& root, bool itemsMode) : m_root(root), m_itemsMode(itemsMode) {}
@@ -149,21 +155,15 @@ public:
     // name "frameRateRatio": there it is a ratio, or nothing when the text
     // is none, and "n/0" fails the load with boost::bad_rational.
     bool String(const char* text, rapidjson::SizeType length, bool) {
-        if (m_depth == 0 || Stopped() || !m_frames.back().isObject || !TakesRatio(m_key)) {
-            return Place<std::string>(text, length);
+        if (!m_building) {
+            return m_depth != 0;
         }
-        Ratio ratio;
-        try {
-            if (RatioFromString(std::string(text, length), ratio)) {
-                return Place<Ratio>(ratio);
-            }
-        } catch (const boost::bad_rational&) {
-            Place<Access::Container>();
-            m_failure = std::current_exception();
-            m_failureItem = ItemIndex();
-            return true;
+        if (m_frames.back().kind != Kind::Array && TakesRatio(m_key)) {
+            PlaceRatio(std::string_view(text, length));
+        } else {
+            AddChild<std::string>(text, length);
         }
-        return Place<Access::Container>();
+        return true;
     }
 
     bool StartObject() { return Start(true); }
@@ -171,12 +171,13 @@ public:
     bool EndObject(rapidjson::SizeType) { return End(); }
     bool EndArray(rapidjson::SizeType) { return End(); }
 
-    bool Key(const char* text, rapidjson::SizeType length, bool) {
-        if (Stopped()) {
+    bool Key(const char* text, rapidjson::SizeType, bool) {
+        if (!m_building) {
             return true;
         }
-        m_key = KeyOf(std::string_view(text, length));
-        if (m_key.empty() && !AtItemLevel()) {
+        // The key ends at its first zero character: the C library's scan.
+        m_key = std::string_view(text, std::strlen(text));
+        if (m_key.empty() && m_frames.back().kind == Kind::Object) {
             Fail([](Property& container) { container.SetChild(std::string()); });
         }
         return true;
@@ -188,36 +189,44 @@ public:
     std::size_t FailureItem() const { return m_failureItem; }
 
 private:
+    // Where a container's values go: an array's are appended, named by
+    // position; an object's go into the first member of their key; the
+    // items collected at the top level in items mode are appended by key.
+    enum class Kind : unsigned char { Array, Object, Items };
+
     struct Frame {
         ChildFinder children;
-        bool isObject;
+        Kind kind;
     };
-
-    bool Stopped() const { return m_failure != nullptr; }
-    bool AtItemLevel() const { return m_itemsMode && m_frames.size() == 1; }
 
     bool Start(bool isObject) {
         if (m_depth == PropertySerializer::kMaxDepth) {
             return false;
         }
         ++m_depth;
-        if (Stopped()) {
+        if (m_failure) {
             return true;
         }
+        Kind kind = isObject ? Kind::Object : Kind::Array;
         if (m_frames.empty()) {
             m_rootIsObject = isObject;
-            m_frames.push_back(Frame{ChildFinder(m_root), isObject});
-            return true;
+            if (isObject && m_itemsMode) {
+                kind = Kind::Items;
+            }
+            m_frames.push_back(Frame{ChildFinder(m_root), kind});
+        } else {
+            Property& child = AddChild<Access::Container>();
+            m_frames.push_back(Frame{ChildFinder(child), kind});
         }
-        Property& child = AddChild<Access::Container>();
-        m_frames.push_back(Frame{ChildFinder(child), isObject});
+        m_building = true;
         return true;
     }
 
     bool End() {
         --m_depth;
-        if (!Stopped()) {
+        if (m_building) {
             m_frames.pop_back();
+            m_building = !m_frames.empty();
         }
         return true;
     }
@@ -226,30 +235,43 @@ private:
     // refused: only objects and arrays are documents.
     template <class T, class... Args>
     bool Place(Args&&... args) {
-        if (m_depth == 0) {
-            return false;
+        if (!m_building) {
+            return m_depth != 0;
         }
-        if (!Stopped()) {
-            AddChild<T>(std::forward<Args>(args)...);
-        }
+        AddChild<T>(std::forward<Args>(args)...);
         return true;
     }
 
-    // The child the next value goes into, holding a T made of args: the
-    // first member of the key's name in an object (except at item level),
-    // otherwise a new child, named by its position in an array.
+    void PlaceRatio(std::string_view text) {
+        Ratio ratio;
+        try {
+            if (RatioFromText(text, ratio)) {
+                AddChild<Ratio>(ratio);
+                return;
+            }
+        } catch (const boost::bad_rational&) {
+            AddChild<Access::Container>();
+            Stop(std::current_exception());
+            return;
+        }
+        AddChild<Access::Container>();
+    }
+
+    // The child the next value goes into, holding a T made of args.
     template <class T, class... Args>
     Property& AddChild(Args&&... args) {
         Frame& frame = m_frames.back();
-        if (!frame.isObject) {
-            char buffer[24];
-            const std::size_t count = Access::Children(frame.children.Container()).size();
-            return frame.children.template Append<T>(IndexName(count, buffer), std::forward<Args>(args)...);
-        }
-        if (AtItemLevel()) {
+        switch (frame.kind) {
+        case Kind::Object:
+            return frame.children.template Member<T>(m_key, std::forward<Args>(args)...);
+        case Kind::Items:
             return frame.children.template Append<T>(m_key, std::forward<Args>(args)...);
+        case Kind::Array:
+            break;
         }
-        return frame.children.template Member<T>(m_key, std::forward<Args>(args)...);
+        char buffer[24];
+        const std::size_t count = Access::Children(frame.children.Container()).size();
+        return frame.children.template Append<T>(IndexName(count, buffer), std::forward<Args>(args)...);
     }
 
     // Records the exception that the public operation raises for the same
@@ -259,9 +281,14 @@ private:
         try {
             operation(m_frames.back().children.Container());
         } catch (...) {
-            m_failure = std::current_exception();
-            m_failureItem = ItemIndex();
+            Stop(std::current_exception());
         }
+    }
+
+    void Stop(std::exception_ptr failure) {
+        m_failure = std::move(failure);
+        m_failureItem = ItemIndex();
+        m_building = false;
     }
 
     std::size_t ItemIndex() const {
@@ -274,6 +301,8 @@ private:
     std::vector<Frame> m_frames;
     std::string_view m_key;
     unsigned m_depth = 0;
+    // Inside the root and not stopped by a failure: values are built.
+    bool m_building = false;
     bool m_rootIsObject = false;
     std::exception_ptr m_failure;
     std::size_t m_failureItem = 0;
@@ -404,11 +433,11 @@ void LoadScalar(Property& target, const JsonValue& value) {
     } else if (value.IsInt64()) {
         target = static_cast<long long>(value.GetInt64());
     } else if (value.IsString()) {
-        const std::string text(value.GetString(), value.GetStringLength());
+        const std::string_view text(value.GetString(), value.GetStringLength());
         Ratio ratio;
         if (!TakesRatio(target.GetName())) {
-            target = text;
-        } else if (RatioFromString(text, ratio)) {
+            target = std::string(text);
+        } else if (RatioFromText(text, ratio)) {
             target = ratio;
         }
     }

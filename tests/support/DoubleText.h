@@ -1,11 +1,15 @@
-// The text a saved double must have, built independently of the writer; the
-// serializer tests and the JSON fuzz target check against it.
+// The text a saved double must have, built independently of the writer, and
+// the doubles where that text is hardest to get right; the serializer tests,
+// the JSON fuzz target and the double-text benchmark check against it.
 #pragma once
 
+#include <cfloat>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
 namespace TarselTest {
 
@@ -23,6 +27,45 @@ inline std::string SavedDoubleText(double value) {
     char fixed[400];
     std::snprintf(fixed, sizeof fixed, "%#.*f", 5 - exponent, value);
     return exponent == 5 ? std::string(fixed) + "0" : fixed;
+}
+
+// Doubles at and beside the places where "%#g" text changes, with steps
+// neighbours on each side (one ulp apart), of both signs, and both zeros:
+// - at every power of ten (1e-5 and 0.0001, where the notation switches;
+//   1e21) and at every rounding boundary of six digits (9.999995 below 10,
+//   99999.95 below 1e5, 999999.5 below 1e6, and so on at each exponent);
+// - the ends of the subnormals and of the normal doubles.
+inline std::vector<double> BoundaryDoubles(int steps) {
+    std::vector<double> centres;
+    for (int exponent = -324; exponent <= 308; ++exponent) {
+        for (const char* mantissa : {"1", "9.999995"}) {
+            const std::string text = std::string(mantissa) + "e" + std::to_string(exponent);
+            const double centre = std::strtod(text.c_str(), nullptr);
+            if (std::isfinite(centre)) {  // 9.999995e308 is beyond the doubles
+                centres.push_back(centre);
+            }
+        }
+    }
+    centres.insert(centres.end(), {DBL_TRUE_MIN, DBL_MIN - DBL_TRUE_MIN, DBL_MIN, DBL_MAX});
+    std::vector<double> values = {0.0, -0.0};
+    for (const double centre : centres) {
+        double below = centre;
+        double above = centre;
+        for (int step = 0; step < steps && below > 0; ++step) {
+            below = std::nextafter(below, 0.0);
+            values.push_back(below);
+        }
+        values.push_back(centre);
+        for (int step = 0; step < steps && above < DBL_MAX; ++step) {
+            above = std::nextafter(above, DBL_MAX);
+            values.push_back(above);
+        }
+    }
+    const std::size_t positives = values.size();
+    for (std::size_t i = 2; i < positives; ++i) {
+        values.push_back(-values[i]);
+    }
+    return values;
 }
 
 }  // namespace TarselTest
