@@ -247,7 +247,9 @@ std::string HexMD5(const std::string& bytes) {
 // says, and exactly as the writer wrote it before its duplicate check and its
 // double text were made one-pass: the digests are those of that writer's
 // output (commit 908643f), so the benchmark figures compare the same text.
-// One case per document, so that CTest runs them side by side.
+// One case per document, so that CTest runs them side by side. The million-
+// element document is left to the benchmark: it has flat_100k's shape and
+// would take most of the suite's time under the sanitizers.
 class BenchmarkDocument : public testing::TestWithParam<std::string> {};
 
 TEST_P(BenchmarkDocument, SavesByteForByte) {
@@ -256,7 +258,6 @@ TEST_P(BenchmarkDocument, SavesByteForByte) {
         {"media_8MB", "d225e9723504b11f2a640a1ea77e7bf0"},
         {"flat_10k", "17da23288617c2e9056991d32b381580"},
         {"flat_100k", "e47c2aefa885a29880d52b83320794cc"},
-        {"flat_1M", "6f86dc809c3d0a3496a5aacee34907f4"},
     };
     for (const auto& [name, make] : TarselTest::JsonDocumentMakers()) {
         if (name == GetParam()) {
@@ -269,7 +270,7 @@ TEST_P(BenchmarkDocument, SavesByteForByte) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Serialize, BenchmarkDocument,
-                         testing::Values("settings_20KB", "media_8MB", "flat_10k", "flat_100k", "flat_1M"),
+                         testing::Values("settings_20KB", "media_8MB", "flat_10k", "flat_100k"),
                          [](const testing::TestParamInfo<std::string>& info) { return info.param; });
 
 // A container whose children are named by names, each holding its index.
