@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -186,6 +187,9 @@ protected:
             return RunIn(TARSEL_TOOL_PATH, m_dir, args, launch);
         }
         launch.extraEnvironment.insert(launch.extraEnvironment.begin(), "LD_LIBRARY_PATH=" + ToolCopy().string());
+        if (!m_sanitizerOptions.empty()) {
+            launch.extraEnvironment.insert(launch.extraEnvironment.begin(), m_sanitizerOptions);
+        }
         return RunIn((ToolCopy() / "tarsel").string(), m_dir, args, launch);
     }
 
@@ -199,8 +203,27 @@ protected:
             fs::permissions(m_toolCopy, fs::perms(0755));
             fs::copy_file(TARSEL_TOOL_PATH, m_toolCopy / "tarsel");
             fs::copy_file(TARSEL_LIBRARY_PATH, m_toolCopy / TARSEL_LIBRARY_SONAME);
+            m_sanitizerOptions = CopySanitizerSuppressions(m_toolCopy);
         }
         return m_toolCopy;
+    }
+
+    // A sanitizer build names its suppressions file in UBSAN_OPTIONS, and
+    // a runtime that cannot read it aborts the tool: that file travels with
+    // the copy. Returns the variable to give the copy, empty if none names one.
+    static std::string CopySanitizerSuppressions(const fs::path& folder) {
+        const char* options = std::getenv("UBSAN_OPTIONS");
+        const std::string key = "suppressions=";
+        const std::string text = options != nullptr ? options : "";
+        const std::size_t start = text.find(key);
+        if (start == std::string::npos) {
+            return {};
+        }
+        const std::size_t pathStart = start + key.size();
+        const std::size_t pathEnd = std::min(text.find(':', pathStart), text.size());
+        const fs::path copy = folder / "ubsan.supp";
+        fs::copy_file(text.substr(pathStart, pathEnd - pathStart), copy);
+        return "UBSAN_OPTIONS=" + text.substr(0, pathStart) + copy.string() + text.substr(pathEnd);
     }
 
     std::size_t EntryCount(const std::string& folder) const {
@@ -209,6 +232,7 @@ protected:
     }
 
     fs::path m_toolCopy;
+    std::string m_sanitizerOptions;
 };
 
 constexpr const char* kSettings =
