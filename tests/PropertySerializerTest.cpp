@@ -1,14 +1,13 @@
 #include <Core/Interfaces/PropertySerializer.h>
 
 #include "support/DoubleText.h"
+#include "support/SmallStack.h"
 
 #include <boost/exception/get_error_info.hpp>
 #include <boost/filesystem.hpp>
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
 #include <rapidjson/writer.h>
-
-#include <pthread.h>
 
 #include <cmath>
 #include <cstdio>
@@ -21,6 +20,7 @@
 
 using namespace Tarsel;
 using namespace Tarsel::Core;
+using TarselTest::RunOnSmallStack;
 
 namespace {
 
@@ -120,20 +120,6 @@ void ExpectParseError(Property& target, const std::string& text) {
                      "boost::intrusive_ptr<Tarsel::Core::IDataInput>, bool)");
     }
     EXPECT_EQ(Describe(target), before) << text.substr(0, 80);
-}
-
-void RunOnSmallStack(const std::function<void()>& body) {
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, 512 * 1024);
-    pthread_t thread;
-    const auto run = [](void* f) -> void* {
-        (*static_cast<const std::function<void()>*>(f))();
-        return nullptr;
-    };
-    ASSERT_EQ(pthread_create(&thread, &attributes, run, const_cast<std::function<void()>*>(&body)), 0);
-    pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attributes);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include <iterator>
 #include <utility>
+#include <vector>
 
 namespace Tarsel::Core {
 
@@ -24,10 +25,38 @@ Property::Property(const std::string& name, const Ratio& value) : m_name(name), 
 Property::Property(const Property& src)
     : m_name(src.m_name), m_value(src.m_value), m_children(ChildrenForCopy(src)) {}
 
-Property::Property(Property&& src) : m_name(src.m_name), m_value(src.m_value), m_children(src.m_children) {}
+Property::Property(Property&& src) : m_name(src.m_name), m_value(src.m_value), m_children(CopyChildren(src.m_children)) {}
 
 Property::ChildListType Property::ChildrenForCopy(const Property& src) {
-    return src.CopiesTakeChildren() ? src.m_children : ChildListType();
+    return src.CopiesTakeChildren() ? CopyChildren(src.m_children) : ChildListType();
+}
+
+// Level by level with an explicit stack: a tree built through the API may be
+// deeper than any thread's stack could recurse.
+Property::ChildListType Property::CopyChildren(const ChildListType& children) {
+    ChildListType copy;
+    if (children.empty()) {
+        return copy;
+    }
+    struct Level {
+        const_iterator next;
+        const_iterator end;
+        ChildListType* into;
+    };
+    std::vector<Level> levels{{children.begin(), children.end(), &copy}};
+    while (!levels.empty()) {
+        Level& level = levels.back();
+        if (level.next == level.end) {
+            levels.pop_back();
+            continue;
+        }
+        const Property& node = *level.next++;
+        Property& added = level.into->emplace_back(NodeOnlyKey(), node);
+        if (node.CopiesTakeChildren() && !node.m_children.empty()) {
+            levels.push_back({node.m_children.begin(), node.m_children.end(), &added.m_children});
+        }
+    }
+    return copy;
 }
 
 namespace {
