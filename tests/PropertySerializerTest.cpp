@@ -1,5 +1,6 @@
 #include <Core/Interfaces/PropertySerializer.h>
 
+#include "support/Describe.h"
 #include "support/DoubleText.h"
 #include "support/SmallStack.h"
 
@@ -20,6 +21,7 @@
 
 using namespace Tarsel;
 using namespace Tarsel::Core;
+using TarselTest::Describe;
 using TarselTest::RunOnSmallStack;
 
 namespace {
@@ -38,20 +40,6 @@ Property Load(const std::string& text, bool wrap = false) {
     Property p("root");
     Deserialize(p, text, wrap);
     return p;
-}
-
-// The whole tree with each node's type: name<type>value, containers in braces.
-std::string Describe(const Property& p) {
-    std::string text = p.GetName() + "<" + std::to_string(p.GetType()) + ">";
-    if (p.GetType() != TypeArray) {
-        return text + PropertyValueToString(p);
-    }
-    const char* separator = "{";
-    for (const Property& child : p) {
-        text += separator + Describe(child);
-        separator = ",";
-    }
-    return text + (p.Count() == 0 ? "{}" : "}");
 }
 
 Property Clip() {
