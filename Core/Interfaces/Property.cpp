@@ -2,6 +2,7 @@
 #include <Core/Interfaces/Property.h>
 
 #include <iterator>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -23,9 +24,22 @@ Property::Property(const std::string& name, const std::string& value) : m_name(n
 Property::Property(const std::string& name, const Ratio& value) : m_name(name), m_value(value) {}
 
 Property::Property(const Property& src)
-    : m_name(src.m_name), m_value(src.m_value), m_children(ChildrenForCopy(src)) {}
+    : m_name(src.m_name), m_value(CopyValue(src.m_value)), m_children(ChildrenForCopy(src)) {}
 
-Property::Property(Property&& src) : m_name(src.m_name), m_value(src.m_value), m_children(CopyChildren(src.m_children)) {}
+Property::Property(Property&& src)
+    : m_name(src.m_name), m_value(CopyValue(src.m_value)), m_children(CopyChildren(src.m_children)) {}
+
+Property::Property(NodeOnlyKey, const Property& src) : m_name(src.m_name), m_value(CopyValue(src.m_value)) {}
+
+// Built in place from the alternative, so that a failure leaves no half-made
+// variant behind; the result is moved, which cannot fail.
+Property::Value Property::CopyValue(const Value& value) {
+    return std::visit(
+        [](const auto& alternative) {
+            return Value(std::in_place_type<std::decay_t<decltype(alternative)>>, alternative);
+        },
+        value);
+}
 
 Property::ChildListType Property::ChildrenForCopy(const Property& src) {
     return src.CopiesTakeChildren() ? CopyChildren(src.m_children) : ChildListType();
@@ -135,7 +149,7 @@ void Property::CopyDataFrom(const Property& src) {
     // Copy first, commit without failure: src may be this node or lie inside
     // its subtree, and a failed copy must leave this node as it was.
     ChildListType children = ChildrenForCopy(src);
-    Value value = src.m_value;
+    Value value = CopyValue(src.m_value);
     m_children.swap(children);
     m_value.swap(value);
 }

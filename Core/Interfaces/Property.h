@@ -102,7 +102,7 @@ public:
         friend class Property;
         NodeOnlyKey() {}
     };
-    Property(NodeOnlyKey, const Property& src) : m_name(src.m_name), m_value(src.m_value) {}
+    Property(NodeOnlyKey, const Property& src);
 
     const std::string& GetName() const noexcept { return m_name; }
     PropertyTypes GetType() const noexcept { return static_cast<PropertyTypes>(m_value.index()); }
@@ -229,6 +229,11 @@ private:
     // A deep copy of children, every level's children by the rule of
     // ChildrenForCopy; built aside, so a failure leaves nothing behind.
     static ChildListType CopyChildren(const ChildListType& children);
+
+    // A copy of value, never by the variant's copy constructor: libstdc++ 12's
+    // destroys a half-made copy as if it held its alternative when copying
+    // that alternative throws (a string that cannot be allocated), a crash.
+    static Value CopyValue(const Value& value);
 
     // Exchanges everything but the names: the one place that lists what a
     // node holds besides its name (Swap and the JSON reader build on it).

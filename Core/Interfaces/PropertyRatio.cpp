@@ -2,7 +2,7 @@
 // ratio with a bounded denominator.
 #include <Core/Interfaces/Property.h>
 
-#include <boost/format.hpp>
+#include <Core/Interfaces/internal/TextStream.h>
 
 #include <algorithm>
 #include <charconv>
@@ -13,7 +13,9 @@
 namespace Tarsel::Core {
 
 std::string StringFromRatio(const Ratio& ratio) {
-    return (boost::format("%1%/%2%") % ratio.numerator() % ratio.denominator()).str();
+    TextStream out;
+    out << ratio.numerator() << '/' << ratio.denominator();
+    return out.str();
 }
 
 namespace {

@@ -2,9 +2,10 @@
 // the printed tree.
 #include <Core/Interfaces/Property.h>
 
+#include <Core/Interfaces/internal/TextStream.h>
+
 #include <algorithm>
 #include <ostream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -40,7 +41,7 @@ bool WriteScalar(const Property& property, std::ostream& out) {
 }  // namespace
 
 std::string PropertyValueToString(const Property& property) {
-    std::ostringstream out;
+    TextStream out;
     if (!WriteScalar(property, out)) {
         ThrowWithCallStack(TARSEL_THROW_SITE("std::string Tarsel::Core::PropertyValueToString(const Core::Property &)"),
                            PropertyException(), TagDescription("Wrong property type"));
