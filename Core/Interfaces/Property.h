@@ -230,9 +230,10 @@ private:
     // ChildrenForCopy; built aside, so a failure leaves nothing behind.
     static ChildListType CopyChildren(const ChildListType& children);
 
-    // A copy of value, never by the variant's copy constructor: libstdc++ 12's
-    // destroys a half-made copy as if it held its alternative when copying
-    // that alternative throws (a string that cannot be allocated), a crash.
+    // A copy of value, never by the variant's copy constructor: with
+    // libstdc++ 12 that constructor crashes the process while unwinding when
+    // copying the alternative throws (a string that cannot be allocated),
+    // where std::bad_alloc must reach the caller.
     static Value CopyValue(const Value& value);
 
     // Exchanges everything but the names: the one place that lists what a
