@@ -89,7 +89,8 @@ std::vector<std::string> Segments(const std::string& path) {
     return segments;
 }
 
-// The node a path names, or the failure of the first step that fails.
+// The node a path names, or the failure of the first step that fails:
+// a missing name (ChildNameIsNotFound) or a step through a non-container.
 Result ModelByPath(Node& root, const std::string& path, Node** found) {
     Node* node = &root;
     for (const std::string& segment : Segments(path)) {
@@ -105,18 +106,17 @@ Result ModelByPath(Node& root, const std::string& path, Node** found) {
     return Result::Done;
 }
 
+// ChildExistsByPath: a missing name answers false, a non-container throws.
 Result ModelExistsByPath(Node& root, const std::string& path) {
-    Node* node = &root;
-    for (const std::string& segment : Segments(path)) {
-        if (node->type != TypeArray) {
-            return Result::MethodIsNotApplicable;
-        }
-        node = FindFirst(*node, segment);
-        if (node == nullptr) {
-            return Result::False;
-        }
+    Node* found = nullptr;
+    switch (ModelByPath(root, path, &found)) {
+    case Result::Done:
+        return Result::True;
+    case Result::ChildNameIsNotFound:
+        return Result::False;
+    default:
+        return Result::MethodIsNotApplicable;
     }
-    return Result::True;
 }
 
 // Equality as documented: top-level types must match; containers match in
@@ -322,6 +322,22 @@ bool Resolve(Trees& trees, const std::string& path, Property** p, Node** n) {
     return actual == Result::Done;
 }
 
+// The node a copying call takes from: none when its path fails, or when a
+// copy of it would take the tree past kMaxNodes.
+struct Source {
+    Property* property;
+    Node* node;
+};
+
+std::optional<Source> ResolveSource(Program& program, Trees& trees) {
+    Source source{nullptr, nullptr};
+    if (!Resolve(trees, program.Path(), &source.property, &source.node) ||
+        Size(trees.model) + Size(*source.node) > kMaxNodes) {
+        return std::nullopt;
+    }
+    return source;
+}
+
 void Step(Program& program, Trees& trees) {
     const std::uint8_t operation = program.Byte() % 13;
     Property* p = nullptr;
@@ -381,12 +397,12 @@ void Step(Program& program, Trees& trees) {
     case 4:    // AddWithName(name, source): any node type
     case 5: {  // SetChild(name, source)
         const std::string name = program.Name();
-        Property* sp = nullptr;
-        Node* sn = nullptr;
-        if (!Resolve(trees, program.Path(), &sp, &sn) || Size(trees.model) + Size(*sn) > kMaxNodes) {
+        const std::optional<Source> source = ResolveSource(program, trees);
+        if (!source) {
             return;
         }
-        Node copy = CopyOf(*sn);
+        Property* const sp = source->property;
+        Node copy = CopyOf(*source->node);
         if (operation == 3) {
             expected = n->type != TypeArray ? Result::MethodIsNotApplicable : Result::Done;
             copy.name = std::to_string(n->children.size());
@@ -467,12 +483,12 @@ void Step(Program& program, Trees& trees) {
     }
     case 9:     // operator= from another node, which may hold this one or lie inside it
     case 10: {  // CopyDataFrom: the name stays
-        Property* sp = nullptr;
-        Node* sn = nullptr;
-        if (!Resolve(trees, program.Path(), &sp, &sn) || Size(trees.model) + Size(*sn) > kMaxNodes) {
+        const std::optional<Source> source = ResolveSource(program, trees);
+        if (!source) {
             return;
         }
-        Node copy = CopyOf(*sn);
+        Property* const sp = source->property;
+        Node copy = CopyOf(*source->node);
         if (operation == 10) {
             copy.name = n->name;
         }

@@ -11,6 +11,7 @@
 #include <Core/Interfaces/PropertySerializer.h>
 #include <Core/Interfaces/StackTrace.h>
 
+#include "support/Clip.h"
 #include "support/Describe.h"
 #include "support/ReplacedNew.h"
 #include "support/TempFolder.h"
@@ -93,13 +94,25 @@ void ForEveryAllocation(const std::function<Outcome(Injection)>& round) {
     }
 }
 
-// A container with a value of each type and a nested container.
+// ThreadSanitizer's build cannot replace operator new (support/ReplacedNew.h).
+#define SKIP_UNLESS_NEW_IS_REPLACED()                                       \
+    if (!TarselTest::kReplacesNew) {                                        \
+        GTEST_SKIP() << "operator new cannot be replaced in this build"; \
+    }
+
+// The text of tree saved wrapped: what a save that completes writes.
+std::string SavedText(const Property& tree) {
+    const auto text = MemoryDataOutput::Create();
+    PropertySerializer::Serialize(tree, text, true);
+    return text->GetData();
+}
+
+// A container with a value of each type and a nested container: the clip
+// example with a title no short-string buffer holds.
 Property Sample() {
     Property root("root");
-    root.SetChildT<long long>("width", 1920);
-    root.SetChildT<double>("fps", 29.97);
+    root.CopyDataFrom(TarselTest::Clip());
     root.SetChild("title", "a title longer than any short-string buffer");
-    root.SetChild("frameRateRatio", Property("", Ratio(30000, 1001)));
     Property& nested = root.SetChild("nested");
     nested.SetChild("flag", Property("", true));
     nested.SetChild("list").Add(Property("", 1));
@@ -113,9 +126,7 @@ Property Sample() {
 // Every copy builds aside and commits without failing: a failed copy leaves
 // the destination as it was.
 TEST(AllocationFailure, CopiesLeaveTheDestinationAsItWas) {
-    if (!TarselTest::kReplacesNew) {
-        GTEST_SKIP() << "operator new cannot be replaced in this build";
-    }
+    SKIP_UNLESS_NEW_IS_REPLACED();
     const Property source = Sample();
     const struct {
         const char* what;
@@ -146,9 +157,7 @@ TEST(AllocationFailure, CopiesLeaveTheDestinationAsItWas) {
 // SetChild appends or resets a child; ChildByPath finds a node or throws
 // ChildNameIsNotFound, which builds a call stack and may itself run out.
 TEST(AllocationFailure, ChildOperationsLeaveTheTreeAsItWasOrDone) {
-    if (!TarselTest::kReplacesNew) {
-        GTEST_SKIP() << "operator new cannot be replaced in this build";
-    }
+    SKIP_UNLESS_NEW_IS_REPLACED();
     const std::string sample = Describe(Sample());
     const struct {
         const char* what;
@@ -192,9 +201,7 @@ TEST(AllocationFailure, ChildOperationsLeaveTheTreeAsItWasOrDone) {
 // children has the document merged into them member by member: a failure
 // part-way keeps the members merged so far, as a failing load does.
 TEST(AllocationFailure, LoadingLeavesAnEmptyTargetUntouchedAndAMergeTargetWhole) {
-    if (!TarselTest::kReplacesNew) {
-        GTEST_SKIP() << "operator new cannot be replaced in this build";
-    }
+    SKIP_UNLESS_NEW_IS_REPLACED();
     const std::string text = R"({"width":1920,"fps":29.97,"title":"a title longer than any short-string buffer",)"
                              R"("frameRateRatio":"30000/1001","nested":{"flag":true,"list":[1]}})";
     ForEveryAllocation([&](Injection at) {
@@ -223,16 +230,13 @@ TEST(AllocationFailure, LoadingLeavesAnEmptyTargetUntouchedAndAMergeTargetWhole)
 // The whole text is built before the first byte goes out: a failed save
 // writes nothing, to a stream or to a file, which keeps its old content.
 TEST(AllocationFailure, SavingWritesTheWholeTextOrNothing) {
-    if (!TarselTest::kReplacesNew) {
-        GTEST_SKIP() << "operator new cannot be replaced in this build";
-    }
+    SKIP_UNLESS_NEW_IS_REPLACED();
     const Property tree = Sample();
-    const auto reference = MemoryDataOutput::Create();
-    PropertySerializer::Serialize(tree, reference, true);
+    const std::string reference = SavedText(tree);
     ForEveryAllocation([&](Injection at) {
         const auto sink = MemoryDataOutput::Create();
         const Outcome outcome = RunUnder(at, [&] { PropertySerializer::Serialize(tree, sink, true); });
-        EXPECT_EQ(sink->GetData(), outcome.completed ? reference->GetData() : "");
+        EXPECT_EQ(sink->GetData(), outcome.completed ? reference : "");
         return outcome;
     });
 }
@@ -255,18 +259,15 @@ protected:
 };
 
 TEST_F(AllocationFailureInFiles, SavingToAFileReplacesItWholeOrNotAtAll) {
-    if (!TarselTest::kReplacesNew) {
-        GTEST_SKIP() << "operator new cannot be replaced in this build";
-    }
+    SKIP_UNLESS_NEW_IS_REPLACED();
     const Property tree = Sample();
-    const auto reference = MemoryDataOutput::Create();
-    PropertySerializer::Serialize(tree, reference, true);
+    const std::string reference = SavedText(tree);
     const ioPath path(At("settings.json"));
     ForEveryAllocation([&](Injection at) {
         WriteFile("settings.json", "old");
         const int descriptor = LowestFreeDescriptor();
         const Outcome outcome = RunUnder(at, [&] { PropertySerializer::SerializeToFile(tree, path, true); });
-        EXPECT_EQ(ReadFile("settings.json"), outcome.completed ? reference->GetData() : "old");
+        EXPECT_EQ(ReadFile("settings.json"), outcome.completed ? reference : "old");
         EXPECT_EQ(EntriesInFolder(), 1u);  // no temporary file left
         EXPECT_EQ(LowestFreeDescriptor(), descriptor);
         return outcome;
@@ -274,9 +275,7 @@ TEST_F(AllocationFailureInFiles, SavingToAFileReplacesItWholeOrNotAtAll) {
 }
 
 TEST_F(AllocationFailureInFiles, OpeningAFileStreamLeavesNoDescriptorOpen) {
-    if (!TarselTest::kReplacesNew) {
-        GTEST_SKIP() << "operator new cannot be replaced in this build";
-    }
+    SKIP_UNLESS_NEW_IS_REPLACED();
     WriteFile("in.txt", "abc");
     ForEveryAllocation([&](Injection at) {
         const int descriptor = LowestFreeDescriptor();
@@ -294,9 +293,7 @@ TEST_F(AllocationFailureInFiles, OpeningAFileStreamLeavesNoDescriptorOpen) {
 // Each text is whole or the call fails: a stream that runs out of memory
 // must not hand back what it managed to write.
 TEST(AllocationFailure, TextsComeOutWholeOrNotAtAll) {
-    if (!TarselTest::kReplacesNew) {
-        GTEST_SKIP() << "operator new cannot be replaced in this build";
-    }
+    SKIP_UNLESS_NEW_IS_REPLACED();
     const StackTrace trace;
     const std::string longText(200, 'x');
     const auto digestOf = [](const std::string& bytes) {

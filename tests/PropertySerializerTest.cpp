@@ -1,5 +1,6 @@
 #include <Core/Interfaces/PropertySerializer.h>
 
+#include "support/Clip.h"
 #include "support/Describe.h"
 #include "support/DoubleText.h"
 #include "support/SmallStack.h"
@@ -21,6 +22,7 @@
 
 using namespace Tarsel;
 using namespace Tarsel::Core;
+using TarselTest::Clip;
 using TarselTest::Describe;
 using TarselTest::RunOnSmallStack;
 
@@ -40,15 +42,6 @@ Property Load(const std::string& text, bool wrap = false) {
     Property p("root");
     Deserialize(p, text, wrap);
     return p;
-}
-
-Property Clip() {
-    Property cfg("cfg");
-    cfg.SetChildT<long long>("width", 1920);
-    cfg.SetChildT<double>("fps", 29.97);
-    cfg.SetChild("title", "clip");
-    cfg.SetChild("frameRateRatio", Property("", Ratio(30000, 1001)));
-    return cfg;
 }
 
 class RecordingOutput : public RefCounted<IDataOutput> {
