@@ -65,17 +65,21 @@ tsan:
 	TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 ctest --test-dir $(BUILD)/tsan --output-on-failure -j $(JOBS)
 
 # The whole suite built with clang's source-based coverage; prints the line
-# and branch coverage of the library's sources (Core/), file by file.
+# and branch coverage of the library's sources (Core/), file by file. The
+# profile folder is open to the tool tests' unprivileged runs; a tool run
+# under a file size limit leaves a cut-off profile, which the merge skips.
 coverage:
 	@scripts/install-deps --with-clang --with-coverage
 	@cmake -S . -B $(BUILD)/coverage -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_COMPILER=clang++-14 -DTARSEL_COVERAGE=ON \
 	    -DTARSEL_BUILD_BENCH=OFF -DTARSEL_WERROR=ON $(CMAKE_FLAGS) > /dev/null
 	@cmake --build $(BUILD)/coverage -j $(JOBS)
 	@rm -rf $(BUILD)/coverage/profiles
+	@mkdir -p $(BUILD)/coverage/profiles && chmod 1777 $(BUILD)/coverage/profiles
 	LLVM_PROFILE_FILE=$(CURDIR)/$(BUILD)/coverage/profiles/%p.profraw \
 	    ctest --test-dir $(BUILD)/coverage --output-on-failure -j $(JOBS) > $(BUILD)/coverage/ctest.log \
 	    || { cat $(BUILD)/coverage/ctest.log; exit 1; }
-	@llvm-profdata-14 merge -sparse $(BUILD)/coverage/profiles/*.profraw -o $(BUILD)/coverage/suite.profdata
+	@llvm-profdata-14 merge -sparse --failure-mode=all $(BUILD)/coverage/profiles/*.profraw \
+	    -o $(BUILD)/coverage/suite.profdata 2> $(BUILD)/coverage/merge.log || { cat $(BUILD)/coverage/merge.log; exit 1; }
 	@llvm-cov-14 report $(BUILD)/coverage/lib/libTarselCore.so -instr-profile=$(BUILD)/coverage/suite.profdata \
 	    -show-region-summary=false -show-instantiation-summary=false $(CURDIR)/Core
 

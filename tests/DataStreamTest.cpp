@@ -66,16 +66,22 @@ int ErrorCodeOf(const std::function<void()>& action) {
 }
 
 // Run in a child process: a file size limit of 16 bytes makes the system
-// refuse the temporary file's bytes (EFBIG), as a full disk would. Exits 0
-// when Commit reports exactly that.
-void SaveUnderFileSizeLimit(const std::string& target) {
+// refuse the bytes past it (EFBIG), as a full disk would. Exits 0 when
+// finish, called after writing 1000 bytes, reports exactly that.
+template <class Output>
+void WriteUnderFileSizeLimit(const std::function<boost::intrusive_ptr<Output>()>& create, void (Output::*finish)()) {
     rlimit limit{};
     limit.rlim_cur = limit.rlim_max = 16;
     std::signal(SIGXFSZ, SIG_IGN);
     setrlimit(RLIMIT_FSIZE, &limit);
-    const auto output = AtomicFileDataOutput::Create(target);
+    const boost::intrusive_ptr<Output> output = create();
     output->Write(Pattern(1000).data(), 1000);
-    std::_Exit(ErrorCodeOf([&] { output->Commit(); }) == EFBIG ? 0 : 1);
+    std::_Exit(ErrorCodeOf([&] { ((*output).*finish)(); }) == EFBIG ? 0 : 1);
+}
+
+void SaveUnderFileSizeLimit(const std::string& target) {
+    WriteUnderFileSizeLimit<AtomicFileDataOutput>([&] { return AtomicFileDataOutput::Create(target); },
+                                                  &AtomicFileDataOutput::Commit);
 }
 
 }  // namespace
@@ -140,6 +146,20 @@ TEST_F(DataStreamTest, FilesThatCannotBeReadAreRefusedAtCreate) {
     EXPECT_EQ(ErrorCodeOf([&] { FileDataInput::Create(At("missing")); }), ENOENT);
     EXPECT_EQ(ErrorCodeOf([&] { FileDataInput::Create(m_dir.string()); }), EISDIR);
     EXPECT_EQ(ErrorCodeOf([&] { FileDataInput::Create(At(std::string(300, 'n'))); }), ENAMETOOLONG);
+}
+
+TEST_F(DataStreamTest, FileOutputWritesUntilCloseWhichReportsAFailedWrite) {
+    const auto output = FileDataOutput::Create(At("out.bin"));
+    EXPECT_EQ(output->Write("abc", 3), 3u);
+    output->Close();
+    EXPECT_EQ(output->Write("d", 1), 0u);  // closed: nothing more is accepted
+    output->Close();                        // and closing again does nothing
+    EXPECT_EQ(ReadFile("out.bin"), "abc");
+
+    EXPECT_EXIT(WriteUnderFileSizeLimit<FileDataOutput>([&] { return FileDataOutput::Create(At("limited.bin")); },
+                                                        &FileDataOutput::Close),
+                testing::ExitedWithCode(0), "");
+    EXPECT_EQ(ErrorCodeOf([&] { FileDataOutput::Create(At("missing/out.bin")); }), ENOENT);
 }
 
 TEST_F(DataStreamTest, CommitReplacesTheFileKeepingItsPermissions) {

@@ -57,3 +57,48 @@ TEST(ioPath, KeepsItsTextByteForByte) {
     swap(path, other);
     EXPECT_EQ(path.utf8string() + other.utf8string(), "zx/y");
 }
+
+TEST(ioPath, DecomposesIntoRootNameDirectoryAndRelativePart) {
+    const struct {
+        const char* path;
+        const char *rootPath, *rootName, *rootDirectory, *relativePath, *parentPath;
+        bool absolute;
+    } cases[] = {
+        {"/usr/lib", "/", "", "/", "usr/lib", "/usr", true},
+        {"lib/x.so", "", "", "", "lib/x.so", "lib", false},
+        {"//net/share", "//net/", "//net", "/", "share", "//net/", true},  // a network root name
+        {"//net", "//net", "//net", "", "", "", false},                    // a root name alone is not absolute
+        {"x", "", "", "", "x", "", false},
+        {"", "", "", "", "", "", false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.path);
+        const ioPath path(c.path);
+        EXPECT_EQ(path.root_path().utf8string(), c.rootPath);
+        EXPECT_EQ(path.root_name().utf8string(), c.rootName);
+        EXPECT_EQ(path.root_directory().utf8string(), c.rootDirectory);
+        EXPECT_EQ(path.relative_path().utf8string(), c.relativePath);
+        EXPECT_EQ(path.parent_path().utf8string(), c.parentPath);
+        // Each has_... asks whether its part is empty; has_root_path also
+        // holds for a root name alone.
+        EXPECT_EQ(path.has_root_path(), *c.rootPath != '\0');
+        EXPECT_EQ(path.has_root_name(), *c.rootName != '\0');
+        EXPECT_EQ(path.has_root_directory(), *c.rootDirectory != '\0');
+        EXPECT_EQ(path.has_relative_path(), *c.relativePath != '\0');
+        EXPECT_EQ(path.has_parent_path(), *c.parentPath != '\0');
+        EXPECT_EQ(path.is_absolute(), c.absolute);
+        EXPECT_EQ(path.is_relative(), !c.absolute);
+    }
+    EXPECT_TRUE(ioPath("lib/x.so").has_extension());
+    EXPECT_TRUE(ioPath("lib/.so").has_extension());  // a dot file's whole name is its extension
+    EXPECT_FALSE(ioPath("lib/x").has_extension());
+}
+
+TEST(ioPath, AssignmentAndRemovingTheFileNameEditInPlace) {
+    ioPath path("old");
+    EXPECT_EQ((path = std::string("a/b.txt")).utf8string(), "a/b.txt");
+    EXPECT_EQ(path.remove_filename().utf8string(), "a");
+    EXPECT_EQ((path = "/x").remove_filename().utf8string(), "/");
+    EXPECT_EQ((path = "dir/").remove_filename().utf8string(), "dir");
+    EXPECT_EQ(path.remove_filename().utf8string(), "");
+}

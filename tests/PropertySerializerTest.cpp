@@ -1,9 +1,12 @@
 #include <Core/Interfaces/Digest.h>
 #include <Core/Interfaces/PropertySerializer.h>
 
+#include "support/Clip.h"
+#include "support/Describe.h"
 #include "support/DoubleText.h"
 #include "support/JsonDocuments.h"
 #include "support/SavedJson.h"
+#include "support/SmallStack.h"
 
 #include <boost/exception/get_error_info.hpp>
 #include <boost/filesystem.hpp>
@@ -11,8 +14,6 @@
 #include <rapidjson/document.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
-
-#include <pthread.h>
 
 #include <cmath>
 #include <cstdio>
@@ -27,6 +28,9 @@
 
 using namespace Tarsel;
 using namespace Tarsel::Core;
+using TarselTest::Clip;
+using TarselTest::Describe;
+using TarselTest::RunOnSmallStack;
 
 namespace {
 
@@ -44,29 +48,6 @@ Property Load(const std::string& text, bool wrap = false) {
     Property p("root");
     Deserialize(p, text, wrap);
     return p;
-}
-
-// The whole tree with each node's type: name<type>value, containers in braces.
-std::string Describe(const Property& p) {
-    std::string text = p.GetName() + "<" + std::to_string(p.GetType()) + ">";
-    if (p.GetType() != TypeArray) {
-        return text + PropertyValueToString(p);
-    }
-    const char* separator = "{";
-    for (const Property& child : p) {
-        text += separator + Describe(child);
-        separator = ",";
-    }
-    return text + (p.Count() == 0 ? "{}" : "}");
-}
-
-Property Clip() {
-    Property cfg("cfg");
-    cfg.SetChildT<long long>("width", 1920);
-    cfg.SetChildT<double>("fps", 29.97);
-    cfg.SetChild("title", "clip");
-    cfg.SetChild("frameRateRatio", Property("", Ratio(30000, 1001)));
-    return cfg;
 }
 
 class RecordingOutput : public RefCounted<IDataOutput> {
@@ -126,20 +107,6 @@ void ExpectParseError(Property& target, const std::string& text) {
                      "boost::intrusive_ptr<Tarsel::Core::IDataInput>, bool)");
     }
     EXPECT_EQ(Describe(target), before) << text.substr(0, 80);
-}
-
-void RunOnSmallStack(const std::function<void()>& body) {
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, 512 * 1024);
-    pthread_t thread;
-    const auto run = [](void* f) -> void* {
-        (*static_cast<const std::function<void()>*>(f))();
-        return nullptr;
-    };
-    ASSERT_EQ(pthread_create(&thread, &attributes, run, const_cast<std::function<void()>*>(&body)), 0);
-    pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attributes);
 }
 
 }  // namespace

@@ -1,13 +1,18 @@
 #include <Core/Interfaces/Property.h>
 
+#include <Core/Interfaces/PropertySerializer.h>
+
 #include "support/CatchAs.h"
+#include "support/SmallStack.h"
 
 #include <boost/exception/get_error_info.hpp>
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstdint>
 #include <functional>
 #include <sstream>
+#include <streambuf>
 #include <string>
 #include <tuple>
 
@@ -370,4 +375,123 @@ TEST(PropertyPaths, EmptySegmentsAreDroppedSegmentsAreNamesAndLeavesRefuse) {
     EXPECT_EQ(Info<P::TagMethodName>(byPath), "operator[]");
     EXPECT_STREQ(Info<boost::throw_function>(byPath),
                  "const Tarsel::Core::Property &Tarsel::Core::Property::operator[](const std::string &) const");
+}
+
+// --- Deep trees ------------------------------------------------------------
+
+namespace {
+
+// Counts what is written without keeping it: a million-level tree printed
+// with its indentation is half a terabyte of tabs.
+class CountingBuffer : public std::streambuf {
+public:
+    std::size_t bytes = 0;
+
+private:
+    int_type overflow(int_type c) override {
+        ++bytes;
+        return traits_type::not_eof(c);
+    }
+    std::streamsize xsputn(const char*, std::streamsize n) override {
+        bytes += static_cast<std::size_t>(n);
+        return n;
+    }
+};
+
+// The depth of a chain of only children, and its bottom node.
+template <class Node>
+std::pair<std::size_t, Node*> Bottom(Node& node) {
+    std::size_t depth = 0;
+    Node* current = &node;
+    while (current->GetType() == TypeArray && current->Count() == 1) {
+        current = &(*current)[std::size_t{0}];
+        ++depth;
+    }
+    return {depth, current};
+}
+
+}  // namespace
+
+// Every whole-tree walk holds its path in an explicit stack: none of them may
+// recurse once per level, or a thread with a small stack crashes.
+TEST(DeepTree, AMillionLevelsAreCopiedComparedPrintedSavedAndDestroyedOnASmallStack) {
+    constexpr std::size_t kDepth = 1000000;
+    TarselTest::RunOnSmallStack([] {
+        // root / a / a / ... / a / leaf=7, built through the public API.
+        Property root("root");
+        Property* bottom = &root;
+        for (std::size_t i = 0; i < kDepth; ++i) {
+            bottom = &bottom->SetChild("a");
+        }
+        bottom->SetChildT<long long>("leaf", 7);
+
+        Property copy(root);
+        EXPECT_TRUE(copy == root);
+        // The copy is deep: a change at its bottom (to another type, which
+        // makes the trees unequal rather than incomparable) is seen, and the
+        // original keeps its value.
+        *Bottom(copy).second = "7";
+        EXPECT_FALSE(copy.IsEqual(root, 0.0));
+        EXPECT_EQ(Bottom(root).second->GetInt64(), 7);
+
+        // The other copies, checked by their shape: the deep one above is
+        // what the comparison covers. Assigning over the old copy destroys it.
+        copy = root;
+        Property target("target", 1);
+        target.CopyDataFrom(root);
+        Property moved(std::move(root));  // a copy as well
+        for (const Property* made : {&copy, &target, &moved}) {
+            const auto [depth, leaf] = Bottom(*made);
+            EXPECT_EQ(depth, kDepth + 1);
+            EXPECT_EQ(leaf->GetInt64(), 7);
+        }
+
+        EXPECT_THROW(PropertyValueToString(root), PropertyException);
+
+        // A negative indent keeps every line unindented, so the text is small
+        // enough to compare whole.
+        std::ostringstream printed;
+        PrintPropertyValue(root, -static_cast<int>(kDepth) - 1, printed, true, true);
+        std::string expectedText = "root: Array\n";
+        for (std::size_t i = 0; i < kDepth; ++i) {
+            expectedText += "a: Array\n";
+        }
+        expectedText += "leaf: 7\n" + std::string(kDepth + 1, '\n');
+        EXPECT_TRUE(printed.str() == expectedText) << printed.str().size() << " bytes";
+        // Indented, the line of level k starts with k tabs.
+        CountingBuffer counter;
+        std::ostream counted(&counter);
+        PrintPropertyValue(root, 0, counted, true, true);
+        std::size_t expectedBytes = 0;
+        for (std::size_t level = 0; level <= kDepth; ++level) {
+            expectedBytes += level + (level == 0 ? 4 : 1) + 8;  // tabs, "root" or "a", ": Array\n"
+        }
+        expectedBytes += kDepth + 1 + 8 + kDepth + 1;  // tabs, "leaf: 7\n", one line end per container
+        EXPECT_EQ(counter.bytes, expectedBytes);
+
+        const auto saved = MemoryDataOutput::Create();
+        PropertySerializer::Serialize(root, saved, false);
+        std::string expectedJson = "{";
+        for (std::size_t i = 0; i < kDepth; ++i) {
+            expectedJson += "\"a\":{";
+        }
+        expectedJson += "\"leaf\":7" + std::string(kDepth + 1, '}');
+        EXPECT_TRUE(saved->GetData() == expectedJson) << saved->GetData().size() << " bytes";
+
+        // Dropped by a scalar assignment, a removal, and the destructors.
+        copy = 1;
+        target.RemoveChild("a");
+    });
+}
+
+// Each level adds one to the caller's indent: past INT_MAX the count goes on
+// instead of overflowing.
+TEST(DeepTree, IndentationCountsOnPastTheLargestInt) {
+    Property root("r");
+    root.SetChild("c").SetChildT<long long>("v", 1);
+    CountingBuffer counter;
+    std::ostream counted(&counter);
+    PrintPropertyValue(root, INT_MAX, counted, true, true);
+    const std::size_t tabs = 3 * std::size_t{INT_MAX} + 3;  // INT_MAX, INT_MAX + 1 and INT_MAX + 2
+    EXPECT_EQ(counter.bytes, tabs + std::string("r: Array\nc: Array\nv: 1\n\n\n").size());
 }

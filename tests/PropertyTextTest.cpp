@@ -6,6 +6,7 @@
 
 #include <climits>
 #include <cmath>
+#include <iomanip>
 #include <limits>
 #include <sstream>
 #include <tuple>
@@ -112,4 +113,10 @@ TEST(PrintPropertyValue, NestedTreeText) {
     bare << std::boolalpha;
     PrintPropertyValue(Property("flag", true), -3, bare, false, false);
     EXPECT_EQ(bare.str(), "true");
+
+    // A field width set beforehand applies to the first insertion, the first tab.
+    std::ostringstream padded;
+    padded << std::setw(3) << std::setfill('.');
+    PrintPropertyValue(Property("n", 1), 2, padded, true, false);
+    EXPECT_EQ(padded.str(), "..\t\tn: 1");
 }

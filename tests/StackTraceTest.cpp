@@ -1,5 +1,7 @@
 #include <Core/Interfaces/StackTrace.h>
 
+#include "support/ReplacedNew.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -17,11 +19,7 @@
 
 using namespace Tarsel::Core;
 
-// Counts the heap allocations this process makes while g_countAllocations is
-// set, to prove the signal-handler rendering allocates nothing.
 namespace {
-std::atomic<bool> g_countAllocations{false};
-std::atomic<int> g_allocations{0};
 
 // A stream over a fixed buffer: writing to it allocates nothing.
 class FixedBuffer : public std::streambuf {
@@ -34,36 +32,6 @@ private:
 };
 
 }  // namespace
-
-// ThreadSanitizer's runtime defines the global operator new itself and
-// cannot have it replaced, so in that build allocations go uncounted.
-#if defined(__SANITIZE_THREAD__)
-#define TARSEL_COUNTS_ALLOCATIONS 0
-#elif defined(__has_feature)
-#define TARSEL_COUNTS_ALLOCATIONS !__has_feature(thread_sanitizer)
-#else
-#define TARSEL_COUNTS_ALLOCATIONS 1
-#endif
-
-#if TARSEL_COUNTS_ALLOCATIONS
-// Kept out of line: g++ at -O2 would inline them into gtest's `new TestClass`
-// and then see free() on memory from operator new (-Wmismatched-new-delete).
-[[gnu::noinline]] void* operator new(std::size_t size) {
-    if (g_countAllocations) {
-        ++g_allocations;
-    }
-    if (void* p = std::malloc(size == 0 ? 1 : size)) {
-        return p;
-    }
-    throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* p) noexcept {
-    std::free(p);
-}
-[[gnu::noinline]] void operator delete(void* p, std::size_t) noexcept {
-    std::free(p);
-}
-#endif
 
 TEST(StackTrace, SymbolicLinesNameDemangledFunctionsFromTheOffsetOn) {
     StackTrace trace;
@@ -91,15 +59,17 @@ TEST(StackTrace, SignalHandlerRenderingPrintsEveryFrameAsAddressWithoutAllocatin
     trace.Addresses(&count);
     FixedBuffer buffer;
     std::ostream out(&buffer);
+    long allocations = 0;
     in_signal_handler = 1;
-    g_allocations = 0;
-    g_countAllocations = true;
-    trace.OutputToStream(&out);
-    g_countAllocations = false;
+    {
+        TarselTest::AllocationWatch watch;
+        trace.OutputToStream(&out);
+        allocations = watch.Allocations();
+    }
     in_signal_handler = 0;
-#if TARSEL_COUNTS_ALLOCATIONS
-    EXPECT_EQ(g_allocations.load(), 0);
-#endif
+    if (TarselTest::kReplacesNew) {
+        EXPECT_EQ(allocations, 0);
+    }
 
     const std::string text = buffer.Text();
     EXPECT_TRUE(std::regex_match(text, std::regex(R"(( \[0x[0-9a-f]{12,}\]\n)*)"))) << text;

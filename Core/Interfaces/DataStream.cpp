@@ -40,6 +40,16 @@ std::FILE* OpenOrThrow(const ioPath& path, const char* mode, const char* what) {
     return file;
 }
 
+struct CloseFile {
+    void operator()(std::FILE* file) const noexcept { std::fclose(file); }
+};
+
+// The path's text without a copy: what cleanup code passes to the system,
+// which must not fail for want of memory.
+const char* NativeText(const ioPath& path) noexcept {
+    return static_cast<const boost::filesystem::path&>(path).c_str();
+}
+
 }  // namespace
 
 // --- Memory ------------------------------------------------------------------
@@ -101,10 +111,6 @@ std::string ReadToEnd(std::FILE* file, const ioPath& path) {
     return content;
 }
 
-struct CloseFile {
-    void operator()(std::FILE* file) const noexcept { std::fclose(file); }
-};
-
 }  // namespace
 
 boost::intrusive_ptr<FileDataInput> FileDataInput::Create(const ioPath& path) {
@@ -152,8 +158,12 @@ std::size_t FileDataInput::Read(void* data, std::size_t size) {
 }
 
 boost::intrusive_ptr<FileDataOutput> FileDataOutput::Create(const ioPath& path) {
-    std::FILE* file = OpenOrThrow(path, "wb", "FileDataOutput: cannot open the file");
-    return boost::intrusive_ptr<FileDataOutput>(new FileDataOutput(file, path));
+    std::unique_ptr<std::FILE, CloseFile> file(OpenOrThrow(path, "wb", "FileDataOutput: cannot open the file"));
+    // The stream owns the file only once it exists: if it cannot be made,
+    // the file is closed here.
+    boost::intrusive_ptr<FileDataOutput> output(new FileDataOutput(file.get(), path));
+    file.release();
+    return output;
 }
 
 FileDataOutput::FileDataOutput(std::FILE* file, const ioPath& path) : m_file(file), m_path(path) {}
@@ -212,10 +222,10 @@ std::pair<int, ioPath> CreateTemporaryBeside(const ioPath& target) {
         for (int i = 0; i < 6; ++i) {
             name += kLetters[pick(generator)];
         }
-        const ioPath temporary = target.parent_path() / name;
-        const int fd = ::open(temporary.utf8string().c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        ioPath temporary = target.parent_path() / name;
+        const int fd = ::open(NativeText(temporary), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
         if (fd >= 0) {
-            return {fd, temporary};
+            return {fd, std::move(temporary)};  // a move cannot fail and leave the file behind
         }
         if (errno != EEXIST) {
             ThrowFileError(kCannotReplace, target, errno);
@@ -237,10 +247,17 @@ boost::intrusive_ptr<AtomicFileDataOutput> AtomicFileDataOutput::Create(const io
     if (file == nullptr) {
         const int openError = errno;
         ::close(fd);
-        ::unlink(temporary.utf8string().c_str());
+        ::unlink(NativeText(temporary));
         ThrowFileError(kCannotReplace, target, openError);
     }
-    return boost::intrusive_ptr<AtomicFileDataOutput>(new AtomicFileDataOutput(file, resolved, temporary));
+    try {
+        return boost::intrusive_ptr<AtomicFileDataOutput>(new AtomicFileDataOutput(file, resolved, temporary));
+    } catch (...) {
+        // Out of memory for the stream: no open file, no temporary left.
+        std::fclose(file);
+        ::unlink(NativeText(temporary));
+        throw;
+    }
 }
 
 AtomicFileDataOutput::AtomicFileDataOutput(std::FILE* file, const ioPath& target, const ioPath& temporary)
@@ -263,11 +280,14 @@ std::size_t AtomicFileDataOutput::Write(const void* data, std::size_t size) {
 }
 
 void AtomicFileDataOutput::Commit() {
+    // Taken first: once the rename is done, nothing may fail for want of
+    // memory and report a replaced file as not replaced.
+    const ioPath folder = m_target.parent_path();
     int error = m_file == nullptr ? EBADF : m_writeError;
     if (error == 0) {
         error = FinishWriting();
     }
-    if (error == 0 && std::rename(m_temporary.utf8string().c_str(), m_target.utf8string().c_str()) != 0) {
+    if (error == 0 && std::rename(NativeText(m_temporary), NativeText(m_target)) != 0) {
         error = errno;
     }
     if (error != 0) {
@@ -277,11 +297,10 @@ void AtomicFileDataOutput::Commit() {
     m_temporary.clear();
     // The rename itself reaches the disk when the folder does; a folder that
     // cannot be synced leaves the new content in place all the same.
-    const int folder = ::open(m_target.parent_path().empty() ? "." : m_target.parent_path().utf8string().c_str(),
-                              O_RDONLY | O_CLOEXEC);
-    if (folder >= 0) {
-        ::fsync(folder);
-        ::close(folder);
+    const int folderFd = ::open(folder.empty() ? "." : NativeText(folder), O_RDONLY | O_CLOEXEC);
+    if (folderFd >= 0) {
+        ::fsync(folderFd);
+        ::close(folderFd);
     }
 }
 
@@ -303,7 +322,7 @@ int AtomicFileDataOutput::FinishWriting() {
 
 int AtomicFileDataOutput::TakeTargetAttributes() {
     struct stat target {};
-    if (::stat(m_target.utf8string().c_str(), &target) != 0) {
+    if (::stat(NativeText(m_target), &target) != 0) {
         return errno == ENOENT ? 0 : errno;
     }
     const int fd = fileno(m_file);
@@ -319,7 +338,7 @@ void AtomicFileDataOutput::Discard() noexcept {
         m_file = nullptr;
     }
     if (!m_temporary.empty()) {
-        ::unlink(m_temporary.utf8string().c_str());
+        ::unlink(NativeText(m_temporary));
         m_temporary.clear();
     }
 }

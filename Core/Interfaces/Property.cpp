@@ -2,7 +2,9 @@
 #include <Core/Interfaces/Property.h>
 
 #include <iterator>
+#include <type_traits>
 #include <utility>
+#include <vector>
 
 namespace Tarsel::Core {
 
@@ -22,12 +24,53 @@ Property::Property(const std::string& name, const std::string& value) : m_name(n
 Property::Property(const std::string& name, const Ratio& value) : m_name(name), m_value(value) {}
 
 Property::Property(const Property& src)
-    : m_name(src.m_name), m_value(src.m_value), m_children(ChildrenForCopy(src)) {}
+    : m_name(src.m_name), m_value(CopyValue(src.m_value)), m_children(ChildrenForCopy(src)) {}
 
-Property::Property(Property&& src) : m_name(src.m_name), m_value(src.m_value), m_children(src.m_children) {}
+Property::Property(Property&& src)
+    : m_name(src.m_name), m_value(CopyValue(src.m_value)), m_children(CopyChildren(src.m_children)) {}
+
+Property::Property(NodeOnlyKey, const Property& src) : m_name(src.m_name), m_value(CopyValue(src.m_value)) {}
+
+// Built in place from the alternative, so that a failure leaves no half-made
+// variant behind; the result is moved, which cannot fail.
+Property::Value Property::CopyValue(const Value& value) {
+    return std::visit(
+        [](const auto& alternative) {
+            return Value(std::in_place_type<std::decay_t<decltype(alternative)>>, alternative);
+        },
+        value);
+}
 
 Property::ChildListType Property::ChildrenForCopy(const Property& src) {
-    return src.CopiesTakeChildren() ? src.m_children : ChildListType();
+    return src.CopiesTakeChildren() ? CopyChildren(src.m_children) : ChildListType();
+}
+
+// Level by level with an explicit stack: a tree built through the API may be
+// deeper than any thread's stack could recurse.
+Property::ChildListType Property::CopyChildren(const ChildListType& children) {
+    ChildListType copy;
+    if (children.empty()) {
+        return copy;
+    }
+    struct Level {
+        const_iterator next;
+        const_iterator end;
+        ChildListType* into;
+    };
+    std::vector<Level> levels{{children.begin(), children.end(), &copy}};
+    while (!levels.empty()) {
+        Level& level = levels.back();
+        if (level.next == level.end) {
+            levels.pop_back();
+            continue;
+        }
+        const Property& node = *level.next++;
+        Property& added = level.into->emplace_back(NodeOnlyKey(), node);
+        if (node.CopiesTakeChildren() && !node.m_children.empty()) {
+            levels.push_back({node.m_children.begin(), node.m_children.end(), &added.m_children});
+        }
+    }
+    return copy;
 }
 
 namespace {
@@ -106,7 +149,7 @@ void Property::CopyDataFrom(const Property& src) {
     // Copy first, commit without failure: src may be this node or lie inside
     // its subtree, and a failed copy must leave this node as it was.
     ChildListType children = ChildrenForCopy(src);
-    Value value = src.m_value;
+    Value value = CopyValue(src.m_value);
     m_children.swap(children);
     m_value.swap(value);
 }

@@ -27,6 +27,8 @@ class SerializerAccess;
 //
 // Every failed call leaves the node as it was: all checks come first. A node
 // is a plain value; concurrent use of one tree needs outside locking.
+// A tree may be of any depth: copying, comparing, printing, saving and
+// destroying it hold their path in the heap, never one stack frame a level.
 class Property {
 public:
     using ChildListType = std::list<Property>;
@@ -93,6 +95,14 @@ public:
     template <class T, class... Args>
     Property(InPlaceKey, std::string_view name, std::in_place_type_t<T> type, Args&&... args)
         : m_name(name), m_value(type, std::forward<Args>(args)...) {}
+
+    // Only Property can make this key: it copies a node's name and value
+    // without its children, one step of the deep copy.
+    class NodeOnlyKey {
+        friend class Property;
+        NodeOnlyKey() {}
+    };
+    Property(NodeOnlyKey, const Property& src);
 
     const std::string& GetName() const noexcept { return m_name; }
     PropertyTypes GetType() const noexcept { return static_cast<PropertyTypes>(m_value.index()); }
@@ -216,6 +226,15 @@ private:
     bool CopiesTakeChildren() const noexcept { return GetType() == TypeArray; }
     // A deep copy of the children that a copy of src takes.
     static ChildListType ChildrenForCopy(const Property& src);
+    // A deep copy of children, every level's children by the rule of
+    // ChildrenForCopy; built aside, so a failure leaves nothing behind.
+    static ChildListType CopyChildren(const ChildListType& children);
+
+    // A copy of value, never by the variant's copy constructor: with
+    // libstdc++ 12 that constructor crashes the process while unwinding when
+    // copying the alternative throws (a string that cannot be allocated),
+    // where std::bad_alloc must reach the caller.
+    static Value CopyValue(const Value& value);
 
     // Exchanges everything but the names: the one place that lists what a
     // node holds besides its name (Swap and the JSON reader build on it).

@@ -15,29 +15,24 @@ bool WithinTolerance(double x, double y, double eps) {
     return eps > std::fabs(x - y);
 }
 
-std::vector<const Property*> ChildrenSortedByName(const Property& node) {
-    std::vector<const Property*> children;
-    children.reserve(node.Count());
-    for (const Property& child : node) {
-        children.push_back(&child);
+// Appends pointers to children to out, sorted by name alone: children of
+// equal names (the elements of an array built by hand, say) keep whatever
+// order the sort gives them, the same algorithm running on both sides.
+void AppendSortedByName(const Property::ChildListType& children, std::vector<const Property*>& out) {
+    const std::size_t first = out.size();
+    for (const Property& child : children) {
+        out.push_back(&child);
     }
-    // Only the name is the key: children of equal names (the elements of an
-    // array built by hand, say) keep whatever order the sort gives them, the
-    // same algorithm running on both sides.
-    std::sort(children.begin(), children.end(),
+    std::sort(out.begin() + static_cast<std::ptrdiff_t>(first), out.end(),
               [](const Property* a, const Property* b) { return a->GetName() < b->GetName(); });
-    return children;
 }
 
 // Children of different types, or two Empty children, make their containers
 // unequal rather than incomparable. Those are exactly the cases in which
 // operator== would throw, so they are answered here without paying for a
 // throw and its call stack.
-bool ChildrenEqual(const Property& a, const Property& b) {
-    if (a.GetType() != b.GetType() || a.GetType() == TypeEmpty) {
-        return false;
-    }
-    return a == b;
+bool ComparableChildren(const Property& a, const Property& b) {
+    return a.GetType() == b.GetType() && a.GetType() != TypeEmpty;
 }
 
 }  // namespace
@@ -68,15 +63,51 @@ bool Property::operator==(const Property& other) const {
     }
 }
 
+// Containers still to compare are held in an explicit stack, their sorted
+// children in one shared buffer: a tree may be deeper than any thread's stack
+// could recurse. Pairs are compared depth first, in the order a recursive
+// comparison would take, and the first unequal pair ends the walk.
 bool Property::ContainerEquals(const Property& other) const {
-    if (m_children.size() != other.m_children.size() || m_name != other.m_name) {
+    struct Pending {
+        std::size_t mine;    // where this side's sorted children start in the buffer
+        std::size_t theirs;  // and the other side's
+        std::size_t count;
+        std::size_t next;
+    };
+    std::vector<const Property*> sorted;
+    std::vector<Pending> pending;
+    // Containers must agree in child count and in their own names.
+    const auto open = [&](const Property& a, const Property& b) {
+        if (a.m_children.size() != b.m_children.size() || a.m_name != b.m_name) {
+            return false;
+        }
+        const std::size_t mine = sorted.size();
+        AppendSortedByName(a.m_children, sorted);
+        AppendSortedByName(b.m_children, sorted);
+        pending.push_back({mine, mine + a.m_children.size(), a.m_children.size(), 0});
+        return true;
+    };
+    if (!open(*this, other)) {
         return false;
     }
-    const std::vector<const Property*> mine = ChildrenSortedByName(*this);
-    const std::vector<const Property*> theirs = ChildrenSortedByName(other);
-    for (std::size_t i = 0; i < mine.size(); ++i) {
-        if (!ChildrenEqual(*mine[i], *theirs[i])) {
-            return false;
+    while (!pending.empty()) {
+        Pending& top = pending.back();
+        bool descended = false;
+        while (!descended && top.next < top.count) {
+            const Property& a = *sorted[top.mine + top.next];
+            const Property& b = *sorted[top.theirs + top.next];
+            ++top.next;
+            if (!ComparableChildren(a, b)) {
+                return false;
+            }
+            descended = a.GetType() == TypeArray;
+            if (!(descended ? open(a, b) : a == b)) {  // open invalidates top, and the loop ends
+                return false;
+            }
+        }
+        if (!descended) {
+            sorted.resize(top.mine);
+            pending.pop_back();
         }
     }
     return true;

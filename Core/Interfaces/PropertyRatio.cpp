@@ -3,8 +3,7 @@
 #include <Core/Interfaces/Property.h>
 
 #include <Core/Interfaces/internal/RatioParse.h>
-
-#include <boost/format.hpp>
+#include <Core/Interfaces/internal/TextStream.h>
 
 #include <algorithm>
 #include <charconv>
@@ -15,7 +14,9 @@
 namespace Tarsel::Core {
 
 std::string StringFromRatio(const Ratio& ratio) {
-    return (boost::format("%1%/%2%") % ratio.numerator() % ratio.denominator()).str();
+    TextStream out;
+    out << ratio.numerator() << '/' << ratio.denominator();
+    return out.str();
 }
 
 namespace {

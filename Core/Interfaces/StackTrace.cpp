@@ -6,6 +6,8 @@
 // says whether it is signal-safe.
 #include <Core/Interfaces/StackTrace.h>
 
+#include <Core/Interfaces/internal/TextStream.h>
+
 #include <boost/config.hpp>
 
 #include <cxxabi.h>
@@ -17,7 +19,6 @@
 #include <iostream>
 #include <memory>
 #include <ostream>
-#include <sstream>
 
 extern "C" {
 int in_signal_handler = 0;
@@ -98,7 +99,7 @@ void StackTrace::PrintBacktrace() const {
 }
 
 std::string StackTrace::ToString() const {
-    std::ostringstream out;
+    TextStream out;
     OutputToStream(&out);
     return out.str();
 }
