@@ -566,6 +566,28 @@ TEST(Deserialize, KeysEndAtZeroAndRatiosReadTheWholeString) {
     }
 }
 
+// Keys of every length up to 20, with a zero character at every place and
+// with none: the zero is found wherever it is, and a key without one is
+// never cut, from text and from a DOM.
+TEST(Deserialize, KeysOfEveryLengthAreCutAtTheirFirstZeroOnly) {
+    for (std::size_t length = 1; length <= 20; ++length) {
+        for (std::size_t zeroAt = 1; zeroAt <= length; ++zeroAt) {
+            std::string key;
+            for (std::size_t i = 0; i < length; ++i) {
+                key += i == zeroAt ? std::string("\\u0000") : std::string(1, static_cast<char>('a' + i));
+            }
+            const std::string json = "{\"" + key + "\":1}";
+            const std::string name = key.substr(0, zeroAt);
+            EXPECT_EQ(Load(json).begin()->GetName(), name) << json;
+            rapidjson::Document document;
+            document.Parse(json.c_str());
+            Property fromDom("root");
+            PropertySerializer::Load(fromDom, document);
+            EXPECT_EQ(fromDom.begin()->GetName(), name) << json;
+        }
+    }
+}
+
 TEST(PropertySerializer, SaveAndLoadAgreeWithSerializeAndDeserialize) {
     Property p = Clip();
     p.RemoveChild("fps");  // rapidjson's writer spells doubles its own way

@@ -171,12 +171,11 @@ public:
     bool EndObject(rapidjson::SizeType) { return End(); }
     bool EndArray(rapidjson::SizeType) { return End(); }
 
-    bool Key(const char* text, rapidjson::SizeType, bool) {
+    bool Key(const char* text, rapidjson::SizeType length, bool) {
         if (!m_building) {
             return true;
         }
-        // The key ends at its first zero character: the C library's scan.
-        m_key = std::string_view(text, std::strlen(text));
+        m_key = UpToFirstZero(text, length);
         if (m_key.empty() && m_frames.back().kind == Kind::Object) {
             Fail([](Property& container) { container.SetChild(std::string()); });
         }
@@ -197,6 +196,7 @@ private:
     struct Frame {
         ChildFinder children;
         Kind kind;
+        IndexNames elementNames;  // an array's
     };
 
     bool Start(bool isObject) {
@@ -213,10 +213,10 @@ private:
             if (isObject && m_itemsMode) {
                 kind = Kind::Items;
             }
-            m_frames.push_back(Frame{ChildFinder(m_root), kind});
+            m_frames.push_back(Frame{ChildFinder(m_root), kind, {}});
         } else {
             Property& child = AddChild<Access::Container>();
-            m_frames.push_back(Frame{ChildFinder(child), kind});
+            m_frames.push_back(Frame{ChildFinder(child), kind, {}});
         }
         m_building = true;
         return true;
@@ -269,9 +269,9 @@ private:
         case Kind::Array:
             break;
         }
-        char buffer[24];
-        const std::size_t count = Access::Children(frame.children.Container()).size();
-        return frame.children.template Append<T>(IndexName(count, buffer), std::forward<Args>(args)...);
+        Property& element = frame.children.template Append<T>(frame.elementNames.Current(), std::forward<Args>(args)...);
+        frame.elementNames.Advance();
+        return element;
     }
 
     // Records the exception that the public operation raises for the same

@@ -107,11 +107,12 @@ private:
     // Whether key, the m_index-th, repeats one before it; remembers it.
     bool Repeats(std::string_view key) {
         if (m_check == Check::Positional) {
-            char buffer[24];
-            if (key == IndexName(m_index, buffer)) {
+            if (key == m_indexName.Current()) {
+                m_indexName.Advance();
                 return false;
             }
             m_check = Check::Fingerprint;
+            char buffer[24];
             for (std::size_t index = 0; index < m_index; ++index) {
                 m_seen.Add(IndexName(index, buffer));
             }
@@ -137,6 +138,7 @@ private:
     Property::const_iterator m_end;
     std::size_t m_index = 0;
     Check m_check = Check::Positional;
+    IndexNames m_indexName;  // of the m_index-th member, while Positional
     NameFingerprint m_seen;
     std::unique_ptr<std::unordered_set<std::string_view>> m_keys;
     std::vector<const Property*> m_plan;
