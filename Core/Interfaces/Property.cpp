@@ -80,7 +80,11 @@ constexpr unsigned kRecursiveDestroyDepth = 64;
 thread_local unsigned t_destroyDepth = 0;
 }  // namespace
 
-Property::~Property() {
+// Flattened: left to itself the compiler calls out, for every node, to
+// clear its (nearly always empty) child list and to reset its value; inline,
+// a leaf's destruction is a few tests, and freeing a loaded tree a quarter
+// faster.
+[[gnu::flatten]] Property::~Property() {
     if (m_children.empty()) {
         return;
     }

@@ -193,7 +193,9 @@ private:
     // items collected at the top level in items mode are appended by key.
     enum class Kind : unsigned char { Array, Object, Items };
 
+    // Built in place: a frame is opened for every container of a document.
     struct Frame {
+        Frame(Property& container, Kind containerKind) : children(container), kind(containerKind) {}
         ChildFinder children;
         Kind kind;
         IndexNames elementNames;  // an array's
@@ -213,10 +215,10 @@ private:
             if (isObject && m_itemsMode) {
                 kind = Kind::Items;
             }
-            m_frames.push_back(Frame{ChildFinder(m_root), kind, {}});
+            m_frames.emplace_back(m_root, kind);
         } else {
             Property& child = AddChild<Access::Container>();
-            m_frames.push_back(Frame{ChildFinder(child), kind, {}});
+            m_frames.emplace_back(child, kind);
         }
         m_building = true;
         return true;
