@@ -100,6 +100,8 @@ inline std::string_view IndexName(std::size_t index, char (&buffer)[24]) {
 // text takes a few instructions a step, converting each index tens.
 class IndexNames {
 public:
+    // Zeros to the left of the digits let Advance carry into a new digit.
+    IndexNames() { std::memset(m_digits, '0', kDigits); }
     std::string_view Current() const { return std::string_view(End() - m_length, m_length); }
     void Advance() {
         char* digit = End() - 1;
@@ -117,8 +119,7 @@ private:
     const char* End() const { return m_digits + kDigits; }
     char* End() { return m_digits + kDigits; }
 
-    char m_digits[kDigits] = {'0', '0', '0', '0', '0', '0', '0', '0', '0', '0', '0', '0',
-                              '0', '0', '0', '0', '0', '0', '0', '0', '0', '0', '0', '0'};
+    char m_digits[kDigits];
     std::size_t m_length = 1;
 };
 
