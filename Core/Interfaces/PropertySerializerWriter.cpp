@@ -112,10 +112,7 @@ private:
                 return false;
             }
             m_check = Check::Fingerprint;
-            char buffer[24];
-            for (std::size_t index = 0; index < m_index; ++index) {
-                m_seen.Add(IndexName(index, buffer));
-            }
+            std::for_each(m_begin, m_it, [this](const Property& earlier) { m_seen.Add(KeyOf(earlier)); });
         }
         if (m_check == Check::Fingerprint) {
             if (!m_seen.Add(key)) {

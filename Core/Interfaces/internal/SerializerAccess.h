@@ -90,12 +90,6 @@ inline std::string_view KeyOf(const Property& node) {
     return UpToFirstZero(name.c_str(), name.size());
 }
 
-// Writes "0", "1", ... : the name of the index-th element of an array.
-inline std::string_view IndexName(std::size_t index, char (&buffer)[24]) {
-    const auto result = std::to_chars(buffer, buffer + sizeof buffer, index);
-    return std::string_view(buffer, static_cast<std::size_t>(result.ptr - buffer));
-}
-
 // The names of an array's elements in turn, "0", "1", "2", ...: counting in
 // text takes a few instructions a step, converting each index tens.
 class IndexNames {
