@@ -377,6 +377,62 @@ TEST(PropertyPaths, EmptySegmentsAreDroppedSegmentsAreNamesAndLeavesRefuse) {
                  "const Tarsel::Core::Property &Tarsel::Core::Property::operator[](const std::string &) const");
 }
 
+// --- Settings with defaults ------------------------------------------------
+
+// A missing name anywhere on the path, or a path through a value, gives the
+// fallback; a found value is read as GetValue reads it, an integer read as
+// a double being the one conversion; any other mismatch is reported.
+TEST(GetValueOr, FallsBackOnlyWhereThePathLeadsNowhere) {
+    Property settings("settings");
+    Property& playback = settings.SetChild("playback");
+    playback.SetChildT<long long>("volume", 1);  // hand-edited, where 0.8 was written
+    playback.SetChildT<double>("gain", 0.25);
+    playback.SetChildT<long long>("huge", (1LL << 53) + 1);
+    playback.SetChild("frameRateRatio", Property("", Ratio(30000, 1001)));
+    Property& video = settings.SetChild("video");
+    video.SetChildT<long long>("width", 4294967297LL);
+    video.SetChild("codec", "h264");
+    video.SetChild("hardwareDecoding", Property("", true));
+
+    const struct {
+        const char* path;
+        double expected;
+    } doubles[] = {
+        {"playback/gain", 0.25},
+        {"playback/volume", 1.0},                 // an integer, converted
+        {"playback/huge", 9007199254740992.0},    // 2^53 + 1: the nearest double
+        {"missing/volume", -1.0},                 // the first name missing
+        {"playback/missing/x", -1.0},             // a middle one
+        {"playback/missing", -1.0},               // the last one
+        {"playback/gain/x", -1.0},                // through a value
+        {"video/codec/x/y", -1.0},                // through text
+        {"/playback//gain/", 0.25},               // empty segments dropped, as paths do
+    };
+    for (const auto& c : doubles) {
+        EXPECT_EQ(GetValueOr(settings, c.path, -1.0), c.expected) << c.path;
+    }
+    EXPECT_EQ(GetValueOr<long long>(settings, "video/width", 0), 4294967297LL);
+    EXPECT_EQ(GetValueOr(settings, "video/width", 0), 1);  // int: the low 32 bits, as GetValue<int>
+    EXPECT_EQ(GetValueOr(settings, "video/width", 0u), 1u);
+    EXPECT_EQ(GetValueOr(settings, "video/missing", 7), 7);
+    EXPECT_EQ(GetValueOr(settings, "video/codec", "av1"), "h264");
+    EXPECT_EQ(GetValueOr(settings, "video/label", "none"), "none");
+    EXPECT_EQ(GetValueOr(settings, "video/label", std::string("none")), "none");
+    EXPECT_TRUE(GetValueOr(settings, "video/hardwareDecoding", false));
+    EXPECT_EQ(GetValueOr(settings, "playback/frameRateRatio", Ratio(25)), Ratio(30000, 1001));
+    EXPECT_EQ(GetValueOr(settings, "playback/rate", Ratio(25)), Ratio(25));
+
+    // A value of another type is an error to report, not to hide.
+    const auto text = CatchAs<WrongTypeIsRequested>([&] { GetValueOr(settings, "video/codec", 0.0); });
+    EXPECT_EQ(Info<P::TagPropertyName>(text), "codec");
+    EXPECT_EQ(Info<P::TagPropertyType>(text), TypeString);
+    EXPECT_EQ(Info<P::TagRequestedType>(text), TypeDouble);
+    EXPECT_THROW(GetValueOr<long long>(settings, "playback/gain", 0), WrongTypeIsRequested);
+    EXPECT_THROW(GetValueOr(settings, "playback", false), WrongTypeIsRequested);  // a container
+    EXPECT_THROW(GetValueOr(settings, "", "x"), WrongTypeIsRequested);          // the root itself
+    EXPECT_EQ(GetValueOr(Property("leaf", 2.5), "", 0.0), 2.5);
+}
+
 // --- Deep trees ------------------------------------------------------------
 
 namespace {

@@ -280,6 +280,35 @@ std::string GetValue<std::string>(const Property& property);
 template <>
 Ratio GetValue<Ratio>(const Property& property);
 
+// Reads a setting with a default: the value at path below root (a path as
+// ChildByPath takes it) as GetValue<T> reads it, or fallback when a name on
+// the path is missing or the path runs through a node that is not a
+// container. Read as a double, an integer is converted (exactly up to 2^53,
+// to the nearest double beyond), the one conversion made: any other type
+// mismatch throws WrongTypeIsRequested as GetValue does, since a setting that
+// holds text where a number belongs is an error to report, not to hide.
+//   GetValueOr(settings, "playback/volume", 0.8)
+//   GetValueOr<long long>(settings, "video/width", 1920)
+//   GetValueOr(settings, "video/codec", "h264")  (a std::string)
+template <class T>
+T GetValueOr(const Property& root, const std::string& path, const T& fallback) = delete;
+template <>
+bool GetValueOr<bool>(const Property& root, const std::string& path, const bool& fallback);
+template <>
+double GetValueOr<double>(const Property& root, const std::string& path, const double& fallback);
+template <>
+long long GetValueOr<long long>(const Property& root, const std::string& path, const long long& fallback);
+template <>
+int GetValueOr<int>(const Property& root, const std::string& path, const int& fallback);
+template <>
+unsigned int GetValueOr<unsigned int>(const Property& root, const std::string& path, const unsigned int& fallback);
+template <>
+std::string GetValueOr<std::string>(const Property& root, const std::string& path, const std::string& fallback);
+template <>
+Ratio GetValueOr<Ratio>(const Property& root, const std::string& path, const Ratio& fallback);
+// A text fallback reads a string.
+std::string GetValueOr(const Property& root, const std::string& path, const char* fallback);
+
 // --- Ratios and value text ---------------------------------------------
 
 // numerator "/" denominator: "30000/1001", "-1/2", "0/1".
