@@ -4,6 +4,8 @@
 // - the only exceptions are the documented refusals (any other one escapes,
 //   and libFuzzer reports it with the input), and a parse error leaves the
 //   target untouched;
+// - a refusal of text says where, and its line and column are those of its
+//   offset, counted here in the bytes as they were given;
 // - the tree and the refusal are those of the plain mapping (each member
 //   through SetChild, each scalar through assignment) applied here to a
 //   RapidJSON DOM of the same text, and PropertySerializer::Load of that DOM
@@ -12,6 +14,8 @@
 // - saving is idempotent after one normalisation, wrapped or not, and the
 //   saved text is, byte for byte, the documented mapping's (support/
 //   SavedJson.h), also once siblings are made to share keys;
+// - saved with DoubleText::RoundTrip, a loaded tree loads back exactly, every
+//   double bit for bit;
 // - a wrapped load gives the first child of the unwrapped one.
 #include "FuzzCheck.h"
 #include "support/DoubleText.h"
@@ -26,10 +30,12 @@
 #include <rapidjson/document.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 #include <string>
@@ -44,19 +50,47 @@ using namespace Tarsel::Core;
 // How a load ended: loaded, or one of the refusals loading documents.
 enum class Outcome { Loaded, ParseError, BadRatio, EmptyKey, NoFirstChild };
 
+// The location records of a refusal of text: present, with a reason, and
+// its line and column those of its offset in text (where the parse ends, at
+// the first zero byte).
+void CheckLocation(const boost::exception& e, const std::string& text) {
+    const std::size_t* offset = boost::get_error_info<JsonException::TagParseOffset>(e);
+    const std::size_t* line = boost::get_error_info<JsonException::TagParseLine>(e);
+    const std::size_t* column = boost::get_error_info<JsonException::TagParseColumn>(e);
+    const std::string* reason = boost::get_error_info<JsonException::TagParseReason>(e);
+    TARSEL_FUZZ_CHECK(offset != nullptr && line != nullptr && column != nullptr && reason != nullptr);
+    TARSEL_FUZZ_CHECK(!reason->empty());
+    const std::size_t end = std::min(text.size(), std::strlen(text.c_str()));
+    TARSEL_FUZZ_CHECK(*offset <= end);
+    const auto lineEnds = static_cast<std::size_t>(std::count(text.begin(), text.begin() + *offset, '\n'));
+    const std::size_t lineStart = lineEnds == 0 ? 0 : text.rfind('\n', *offset - 1) + 1;
+    TARSEL_FUZZ_CHECK(*line == lineEnds + 1 && *column == *offset - lineStart + 1);
+}
+
+// text: what was loaded, when it was text; null for a DOM, which has no
+// places to point to.
 template <class LoadFunction>
-Outcome Attempt(LoadFunction load) {
+Outcome Attempt(LoadFunction load, const std::string* text = nullptr) {
     try {
         load();
         return Outcome::Loaded;
     } catch (const JsonException& e) {
-        const std::string* text = boost::get_error_info<JsonException::TagParseError>(e);
-        TARSEL_FUZZ_CHECK(text != nullptr && *text == "Parse error");
+        const std::string* error = boost::get_error_info<JsonException::TagParseError>(e);
+        TARSEL_FUZZ_CHECK(error != nullptr && *error == "Parse error");
+        if (text != nullptr) {
+            CheckLocation(e, *text);
+        }
         return Outcome::ParseError;
-    } catch (const boost::bad_rational&) {
+    } catch (const boost::bad_rational& e) {
+        if (text != nullptr) {
+            CheckLocation(dynamic_cast<const boost::exception&>(e), *text);
+        }
         return Outcome::BadRatio;  // a "frameRateRatio" of "n/0"
     } catch (const std::invalid_argument& e) {
         TARSEL_FUZZ_CHECK(std::strncmp(e.what(), "name is empty", 13) == 0);
+        if (text != nullptr) {
+            CheckLocation(dynamic_cast<const boost::exception&>(e), *text);
+        }
         return Outcome::EmptyKey;
     } catch (const IndexIsOutOfBound&) {
         return Outcome::NoFirstChild;  // wrapped, and nothing was loaded
@@ -64,12 +98,14 @@ Outcome Attempt(LoadFunction load) {
 }
 
 Outcome Deserialize(Property& target, const std::string& bytes, bool wrapRoot) {
-    return Attempt([&] { PropertySerializer::Deserialize(target, MemoryDataInput::Create(bytes), wrapRoot); });
+    return Attempt([&] { PropertySerializer::Deserialize(target, MemoryDataInput::Create(bytes), wrapRoot); },
+                   &bytes);
 }
 
-std::string Serialize(const Property& property, bool wrapRoot) {
+std::string Serialize(const Property& property, bool wrapRoot,
+                      PropertySerializer::DoubleText doubleText = PropertySerializer::DoubleText::SixDigits) {
     const auto output = MemoryDataOutput::Create();
-    PropertySerializer::Serialize(property, output, wrapRoot);
+    PropertySerializer::Serialize(property, output, wrapRoot, doubleText);
     return output->GetData();
 }
 
@@ -168,17 +204,69 @@ DomShape Shape(const rapidjson::Value& root) {
     return shape;
 }
 
+// The events of a reader, forwarded to a DOM, with each number read from its
+// text independently of the library: the C library's strtod, which rounds
+// correctly, and strtoll and strtoull for the integers that RapidJSON
+// classifies as such (no fraction, no exponent, within 64 bits).
+class ExactNumbers : public rapidjson::BaseReaderHandler<rapidjson::UTF8<char>, ExactNumbers> {
+public:
+    explicit ExactNumbers(rapidjson::Document& dom) : m_dom(dom) {}
+
+    bool Null() { return m_dom.Null(); }
+    bool Bool(bool b) { return m_dom.Bool(b); }
+    bool RawNumber(const char* text, rapidjson::SizeType length, bool) {
+        const std::string number(text, length);
+        if (number.find_first_of(".eE") == std::string::npos) {
+            errno = 0;
+            const long long integer = std::strtoll(number.c_str(), nullptr, 10);
+            if (errno == 0) {
+                return m_dom.Int64(integer);
+            }
+            errno = 0;
+            const unsigned long long unsignedInteger = std::strtoull(number.c_str(), nullptr, 10);
+            if (errno == 0 && number[0] != '-') {
+                return m_dom.Uint64(unsignedInteger);
+            }
+        }
+        return m_dom.Double(std::strtod(number.c_str(), nullptr));
+    }
+    bool String(const char* text, rapidjson::SizeType length, bool copy) { return m_dom.String(text, length, copy); }
+    bool StartObject() { return m_dom.StartObject(); }
+    bool Key(const char* text, rapidjson::SizeType length, bool copy) { return m_dom.Key(text, length, copy); }
+    bool EndObject(rapidjson::SizeType count) { return m_dom.EndObject(count); }
+    bool StartArray() { return m_dom.StartArray(); }
+    bool EndArray(rapidjson::SizeType count) { return m_dom.EndArray(count); }
+
+private:
+    rapidjson::Document& m_dom;
+};
+
 // The DOM reads the same characters as the loader (up to the first zero
-// byte) with the same reader, not in situ. The text is a document when the
-// DOM parses, its root is an object or an array, it is at most kMaxDepth
-// deep and its numbers are finite; exactly then the loader must not answer
+// byte) with the same reader, not in situ, and its numbers as ExactNumbers
+// does. Whether it parses is its reader's answer.
+bool ParseExactly(rapidjson::Document& dom, const std::string& bytes) {
+    bool parsed = false;
+    auto generate = [&](rapidjson::Document& target) {
+        rapidjson::Reader reader;
+        rapidjson::StringStream stream(bytes.c_str());
+        ExactNumbers handler(target);
+        parsed = !reader.Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseNumbersAsStringsFlag>(stream, handler)
+                      .IsError();
+        return parsed;
+    };
+    dom.Populate(generate);
+    return parsed;
+}
+
+// The DOM is ParseExactly's. The text is a document when the DOM parses, its
+// root is an object or an array, it is at most kMaxDepth deep and its
+// numbers are finite; exactly then the loader must not answer
 // "Parse error". Load takes the DOM's infinities (2e308) as they are, so it
 // refuses only excess depth, and agrees with the loader whenever the text is
 // a document.
 void CheckAgainstDom(const std::string& bytes, Outcome outcome, const Property& loaded) {
     rapidjson::Document dom;
-    dom.Parse<rapidjson::kParseIterativeFlag>(bytes.c_str());
-    const bool containerRoot = !dom.HasParseError() && (dom.IsObject() || dom.IsArray());
+    const bool containerRoot = ParseExactly(dom, bytes) && (dom.IsObject() || dom.IsArray());
     const DomShape shape = containerRoot ? Shape(dom) : DomShape();
     const bool shallow = containerRoot && shape.depth <= PropertySerializer::kMaxDepth;
     TARSEL_FUZZ_CHECK((shallow && shape.finite) == (outcome != Outcome::ParseError));
@@ -260,6 +348,14 @@ void CheckSavingIsIdempotent(const Property& tree, bool wrapRoot) {
     TARSEL_FUZZ_CHECK(Resave(saved, wrapRoot) == saved);
 }
 
+// Saved exactly, a loaded tree loads back as it was, doubles bit for bit.
+void CheckExactSaveRoundTrips(const Property& tree) {
+    Property reloaded("root");
+    TARSEL_FUZZ_CHECK(Deserialize(reloaded, Serialize(tree, false, PropertySerializer::DoubleText::RoundTrip), false) ==
+                      Outcome::Loaded);
+    TARSEL_FUZZ_CHECK(SameTree(reloaded, tree));
+}
+
 // Loading wrapped is loading plain and keeping the first child; a document
 // that loads no child has none to keep.
 void CheckWrappedLoad(const std::string& bytes, Outcome plainOutcome, const Property& plain) {
@@ -293,6 +389,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         CheckSavedText(loaded);
         CheckSavedText(WithSharedKeys(loaded));
         CheckSavingIsIdempotent(loaded, false);
+        CheckExactSaveRoundTrips(loaded);
     }
     CheckWrappedLoad(bytes, outcome, loaded);
     return 0;

@@ -1,19 +1,27 @@
 #include <Core/Interfaces/DataStream.h>
+#include <Core/Interfaces/Digest.h>
+#include <Core/Interfaces/DyLib.h>
+#include <Core/Interfaces/Encoding.h>
 #include <Core/Interfaces/Exceptions.h>
 #include <Core/Interfaces/Property.h>
 #include <Core/Interfaces/PropertySerializer.h>
 #include <Core/Interfaces/StackTrace.h>
 
 #include "support/CatchAs.h"
+#include "support/TempFolder.h"
 
 #include <boost/exception/diagnostic_information.hpp>
 #include <boost/exception/get_error_info.hpp>
+#include <boost/lexical_cast.hpp>
 #include <gtest/gtest.h>
+#include <rapidjson/document.h>
 
 #include <dlfcn.h>
 
 #include <algorithm>
 #include <functional>
+#include <limits>
+#include <new>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -178,7 +186,10 @@ TEST(DiagnosticInformation, NamesEachRecordByItsTagAsClientsSpellIt) {
         "boost::intrusive_ptr<Tarsel::Core::IDataInput>, bool)\n"
         "Dynamic exception type: boost::wrapexcept<Tarsel::Core::JsonException>\n" +
             what,
-        {"[Tarsel::Core::JsonException::TagParseError*] = Parse error\n"});
+        {"[Tarsel::Core::JsonException::TagParseError*] = Parse error\n",
+         "[Tarsel::Core::JsonException::TagParseOffset*] = 1\n", "[Tarsel::Core::JsonException::TagParseLine*] = 1\n",
+         "[Tarsel::Core::JsonException::TagParseColumn*] = 2\n",
+         "[Tarsel::Core::JsonException::TagParseReason*] = missing a member name in double quotes\n"});
 }
 
 TEST(ExceptionTree, EveryBaseCatchesEveryLibraryExceptionAndCoreExceptionAllButTheRoot) {
@@ -245,4 +256,91 @@ TEST(ExportedObjects, HaveUnmangledNames) {
         EXPECT_NE(dlsym(RTLD_DEFAULT, name), nullptr) << name;
     }
     EXPECT_EQ(dlsym(RTLD_DEFAULT, "exportDummyException8"), nullptr);
+}
+
+// --- Messages -------------------------------------------------------------
+
+namespace {
+
+std::string MessageOf(const std::function<void()>& f) {
+    try {
+        f();
+    } catch (const std::exception& e) {
+        return ErrorMessage(e);
+    }
+    ADD_FAILURE() << "nothing was thrown";
+    return std::string();
+}
+
+class ErrorMessageTest : public TarselTest::TempFolderTest {};
+
+}  // namespace
+
+// One exception of every kind a library call throws, as one line for a
+// person, with the facts its records hold.
+TEST_F(ErrorMessageTest, EveryKindOfExceptionBecomesOneLineFromItsRecords) {
+    Property list("list");
+    for (int i = 0; i < 3; ++i) {
+        list.Add(Property("", i));
+    }
+    Property single("single");
+    single.Add(Property("", 1));
+    Property target("target");
+    rapidjson::Document deep;
+    deep.Parse(std::string(600, '[').append(600, ']').c_str());
+    const std::string missing = At("missing.json");
+    const std::string folder = m_dir.string();
+    const struct {
+        std::function<void()> thrower;
+        std::string message;
+    } cases[] = {
+        {[] { Property("volume", 1).GetDouble(); }, "wrong type requested at 'volume': holds Int64, asked for Double"},
+        {[] { Property("video")["width"]; }, "no child 'width' in 'video'"},
+        {[&] { list[3]; }, "no child at index 3 in 'list', which has 3 children"},
+        {[&] { single.RemoveChild(1); }, "no child at index 1 in 'single', which has 1 child"},
+        {[] { Property("n", 1).Count(); }, "Count does not apply to 'n', which holds Int64"},
+        {[] { (void)(Property("k", true) == Property("k", "x")); },
+         "compared properties have different types at 'k': Bool vs String"},
+        {[] { PropertyValueToString(Property("c")); }, "Wrong property type"},
+        {[] { throw MemoryException("cannot map frame buffer", 4096); },
+         "cannot map frame buffer (a block of 4096 bytes)"},
+        {[] { throw IOException() << TagDescription("the device went away"); }, "the device went away"},
+        {[] { throw CoreException(); }, "an error without a description"},
+        // The serializer's: a text that does not parse, a DOM too deep, the
+        // two failures a load meets part-way, and a null stream.
+        {[&] { PropertySerializer::Deserialize(target, MemoryDataInput::Create("{\n\"a\" 1}"), false); },
+         "JSON parse error at 2:5: missing a colon after a member name"},
+        {[&] { PropertySerializer::Load(target, deep); }, "JSON parse error: nesting deeper than 512 levels"},
+        {[&] { PropertySerializer::Deserialize(target, MemoryDataInput::Create(R"({"":1})"), false); },
+         "JSON load error at 1:2: a member has an empty name, which a settings tree cannot hold"},
+        {[&] {
+             PropertySerializer::Deserialize(target, MemoryDataInput::Create(R"({"frameRateRatio":"1/0"})"), false);
+         },
+         "JSON load error at 1:19: frameRateRatio: the ratio 1/0 has a zero denominator"},
+        {[&] { PropertySerializer::Deserialize(target, nullptr, false); }, "input is null"},
+        // Standard logic errors: the first line, without the call stack.
+        {[] { Property("p").SetChild(""); }, "name is empty"},
+        {[] { RatioFromDoubleApprox(std::numeric_limits<double>::quiet_NaN(), 10); },
+         "RatioFromDoubleApprox: the number must be finite and of a magnitude below 2^63"},
+        {[] { GetLibraryPath(SysPaths(99)); }, "undefined value of variable 'sysPath'"},
+        // Files: the path, then what the system said.
+        {[&] { FileDataInput::Create(missing); }, missing + ": no such file or folder"},
+        {[&] { PropertySerializer::SerializeToFile(Property("p"), folder, false); },
+         folder + ": is a folder, not a file"},
+        // Passed through from dependencies.
+        {[] { Ratio ratio; RatioFromString("1/0", ratio); }, "bad rational: zero denominator"},
+        {[] { Utf16FromUtf8("a\xFF"); }, "invalid UTF-8: the byte 0xFF cannot stand there"},
+        {[] { Utf16FromUtf8("a\xC3"); }, "invalid UTF-8: the text ends inside a character"},
+        {[] { Utf8FromUtf16(Utf16String(1, static_cast<short>(0xDC00))); },
+         "invalid UTF-16: the unit 0xDC00 is an unpaired surrogate"},
+        {[] { Utf16FromUtf8("\xED\xA0\x80"); }, "invalid UTF-8: it encodes a surrogate or a code point above U+10FFFF"},
+        {[] { throw std::bad_alloc(); }, "out of memory"},
+        {[] { throw std::system_error(EACCES, std::generic_category()); }, "permission denied"},
+        // Anything else: what() says it.
+        {[] { boost::lexical_cast<int>("x"); }, boost::bad_lexical_cast().what()},
+        {[] { throw std::runtime_error("a client's own failure"); }, "a client's own failure"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(MessageOf(c.thrower), c.message);
+    }
 }

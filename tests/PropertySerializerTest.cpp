@@ -1,12 +1,14 @@
 #include <Core/Interfaces/Digest.h>
 #include <Core/Interfaces/PropertySerializer.h>
 
+#include "support/CatchAs.h"
 #include "support/Clip.h"
 #include "support/Describe.h"
 #include "support/DoubleText.h"
 #include "support/JsonDocuments.h"
 #include "support/SavedJson.h"
 #include "support/SmallStack.h"
+#include "support/TempFolder.h"
 
 #include <boost/exception/get_error_info.hpp>
 #include <boost/filesystem.hpp>
@@ -15,7 +17,9 @@
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -28,6 +32,7 @@
 
 using namespace Tarsel;
 using namespace Tarsel::Core;
+using TarselTest::CatchAs;
 using TarselTest::Clip;
 using TarselTest::Describe;
 using TarselTest::RunOnSmallStack;
@@ -37,6 +42,12 @@ namespace {
 std::string Serialize(const Property& p, bool wrap = false) {
     const auto out = MemoryDataOutput::Create();
     PropertySerializer::Serialize(p, out, wrap);
+    return out->GetData();
+}
+
+std::string SerializeExactly(const Property& p, bool wrap = false) {
+    const auto out = MemoryDataOutput::Create();
+    PropertySerializer::Serialize(p, out, wrap, PropertySerializer::DoubleText::RoundTrip);
     return out->GetData();
 }
 
@@ -232,6 +243,9 @@ TEST_P(BenchmarkDocument, SavesByteForByte) {
             const std::string text = Serialize(tree);
             EXPECT_EQ(text, TarselTest::SavedJsonText(tree, false));
             EXPECT_EQ(HexMD5(text), digests.at(name));
+            const auto sixDigits = MemoryDataOutput::Create();
+            PropertySerializer::Serialize(tree, sixDigits, false, PropertySerializer::DoubleText::SixDigits);
+            EXPECT_EQ(sixDigits->GetData(), text);
         }
     }
 }
@@ -403,19 +417,158 @@ TEST(Serialize, DoubleTextAtRoundingBoundaries) {
     }
 }
 
-TEST(SerializeToFile, ReplacesTheFileWholeOrLeavesItAsItWas) {
+// Known answers: the shortest text that reads back as the same double, with a
+// point or an exponent so that it reads back as a double.
+TEST(Serialize, RoundTripTextIsTheShortestThatReadsBackAsADouble) {
+    const std::pair<double, const char*> cases[] = {
+        {3.0, "3.0"},
+        {0.1, "0.1"},
+        {1700000000.123, "1700000000.123"},  // "%#g" gives 1.70000e+09
+        {1165.7979533993846, "1165.7979533993846"},
+        {100.0, "100.0"},
+        {-0.0, "-0.0"},
+        {0.0, "0.0"},
+        {1e300, "1e+300"},
+        {1e21, "1e+21"},
+        {1e-06, "1e-06"},
+        {9007199254740992.0, "9007199254740992.0"},  // 2^53
+        {123456789012345680000.0, "1.2345678901234568e+20"},  // fixed, with ".0", would be longer
+        {1234567.0, "1234567.0"},
+        {4.9406564584124654e-324, "5e-324"},         // the smallest subnormal
+        {2.2250738585072014e-308, "2.2250738585072014e-308"},
+        {-1.7976931348623157e308, "-1.7976931348623157e+308"},
+        {std::numeric_limits<double>::infinity(), "null"},
+        {std::numeric_limits<double>::quiet_NaN(), "null"},
+    };
+    for (const auto& [value, text] : cases) {
+        EXPECT_EQ(SerializeExactly(Property("d", value)), text);
+    }
+    // Everything else is written as SixDigits writes it.
+    EXPECT_EQ(SerializeExactly(Clip(), true), R"({"cfg":{"width":1920,"fps":29.97,"title":"clip",)"
+                                              R"("frameRateRatio":"30000/1001"}})");
+}
+
+namespace {
+
+// Ten million finite doubles in shards: both sides of every power of ten and
+// of every six-digit rounding boundary, of every power of two (where the
+// spacing of doubles changes), then short decimals, subnormals, and random
+// bit patterns.
+class RoundTripDoubles {
+public:
+    static constexpr std::size_t kCount = 10'000'000;
+    static constexpr std::size_t kShards = 10;
+
+    explicit RoundTripDoubles(std::size_t shard) : m_random(20261124 + shard) {
+        if (shard == 0) {
+            m_values = TarselTest::BoundaryDoubles(3);
+            for (int exponent = -1074; exponent <= 1023; ++exponent) {
+                double below = std::ldexp(1.0, exponent);
+                double above = below;
+                m_values.push_back(below);
+                for (int step = 0; step < 3; ++step) {
+                    below = std::nextafter(below, 0.0);
+                    above = std::nextafter(above, std::numeric_limits<double>::infinity());
+                    m_values.insert(m_values.end(), {below, above, -below, -above});
+                }
+            }
+            m_values.erase(std::remove_if(m_values.begin(), m_values.end(), [](double d) { return !std::isfinite(d); }),
+                           m_values.end());
+        }
+        while (m_values.size() < kCount / kShards) {
+            m_values.push_back(Random());
+        }
+    }
+
+    const std::vector<double>& Values() const { return m_values; }
+
+private:
+    double Random() {
+        switch (m_random() % 4) {
+        case 0: {
+            // A decimal of up to ten digits, up to ten places after the point.
+            const double digits = static_cast<double>(m_random() % 10'000'000'000ULL);
+            return digits / std::pow(10.0, static_cast<int>(m_random() % 11));
+        }
+        case 1:
+            return FromBits(m_random() & 0x800FFFFFFFFFFFFFULL);  // a subnormal, or a zero
+        default:
+            // Any finite double: the exponent field is not all ones.
+            for (;;) {
+                const std::uint64_t bits = m_random();
+                if ((bits & 0x7FF0000000000000ULL) != 0x7FF0000000000000ULL) {
+                    return FromBits(bits);
+                }
+            }
+        }
+    }
+
+    static double FromBits(std::uint64_t bits) {
+        double value;
+        std::memcpy(&value, &bits, sizeof value);
+        return value;
+    }
+
+    std::mt19937_64 m_random;
+    std::vector<double> m_values;
+};
+
+class RoundTripShard : public testing::TestWithParam<std::size_t> {};
+
+}  // namespace
+
+// Every finite double saved with RoundTrip loads back as a double with the
+// same bits: the writer's shortest text and the reader's nearest double agree.
+// Each shard is a test of its own, so that CTest spreads them over the cores.
+TEST_P(RoundTripShard, DoublesLoadBackBitForBit) {
+    static const std::string kNames[] = {"0", "1", "2",  "3",  "4",  "5",  "6",  "7",
+                                         "8", "9", "10", "11", "12", "13", "14", "15"};
+    const std::vector<double> values = RoundTripDoubles(GetParam()).Values();
+    // Saved in batches of small containers: the values, not the handling of
+    // large objects, are what this measures.
+    constexpr std::size_t kBatch = 4096;
+    for (std::size_t start = 0; start < values.size(); start += kBatch) {
+        const std::size_t end = std::min(values.size(), start + kBatch);
+        Property saved("batch");
+        for (std::size_t i = start; i < end; i += 16) {
+            Property& group = saved.Add(Property(""));
+            for (std::size_t j = i; j < std::min(end, i + 16); ++j) {
+                group.CreateChildT<double>(kNames[j - i], values[j]);
+            }
+        }
+        const Property loaded = Load(SerializeExactly(saved));
+        std::size_t i = start;
+        for (const Property& group : loaded) {
+            for (const Property& child : group) {
+                ASSERT_EQ(child.GetType(), TypeDouble) << SerializeExactly(Property("", values[i]));
+                const double back = child.GetDouble();
+                ASSERT_EQ(std::memcmp(&back, &values[i], sizeof back), 0)
+                    << SerializeExactly(Property("", values[i])) << " loaded as " << SerializeExactly(child);
+                ++i;
+            }
+        }
+        ASSERT_EQ(i, end);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Serialize, RoundTripShard, testing::Range(std::size_t{0}, RoundTripDoubles::kShards));
+
+class SerializeToFile : public TarselTest::TempFolderTest {};
+
+TEST_F(SerializeToFile, ReplacesTheFileWholeOrLeavesItAsItWas) {
     namespace fs = boost::filesystem;
-    const fs::path dir = fs::temp_directory_path() / fs::unique_path("tarsel-save-%%%%-%%%%-%%%%");
-    fs::create_directory(dir);
-    const std::string file = (dir / "settings.json").string();
-    std::ofstream(file) << R"({"old":true})";
+    const std::string file = At("settings.json");
+    WriteFile("settings.json", R"({"old":true})");
     PropertySerializer::SerializeToFile(Clip(), file, true);
+    EXPECT_EQ(ReadFile("settings.json"), Serialize(Clip(), true));
     Property back("back");
     PropertySerializer::Deserialize(back, FileDataInput::Create(file), true);
     EXPECT_EQ(Describe(back), "cfg<6>{width<3>1920,fps<2>29.97,title<4>clip,frameRateRatio<5>30000/1001}");
+    PropertySerializer::SerializeToFile(Clip(), file, true, PropertySerializer::DoubleText::RoundTrip);
+    EXPECT_EQ(ReadFile("settings.json"), SerializeExactly(Clip(), true));
     // A folder in the file's place cannot be replaced: the error names the
     // path, and nothing is left behind.
-    const std::string folder = (dir / "folder").string();
+    const std::string folder = At("folder");
     fs::create_directory(folder);
     try {
         PropertySerializer::SerializeToFile(Clip(), folder, false);
@@ -424,8 +577,38 @@ TEST(SerializeToFile, ReplacesTheFileWholeOrLeavesItAsItWas) {
         EXPECT_EQ(e.path1().string(), folder);
         EXPECT_EQ(e.code().value(), EISDIR);
     }
-    EXPECT_EQ(std::distance(fs::directory_iterator(dir), fs::directory_iterator()), 2);
-    fs::remove_all(dir);
+    EXPECT_EQ(std::distance(fs::directory_iterator(m_dir), fs::directory_iterator()), 2);
+}
+
+// A null stream is refused by name, with the call stack, before the tree or
+// anything else is touched.
+TEST(PropertySerializer, NullStreamsAreRefusedBeforeAnythingIsTouched) {
+    Property target = Clip();
+    const auto refusal = [](const std::function<void()>& call, const char* message, const char* function) {
+        try {
+            call();
+            ADD_FAILURE() << message << ": nothing was thrown";
+        } catch (const std::invalid_argument& e) {
+            const std::string what = e.what();
+            EXPECT_EQ(what.substr(0, what.find('\n')), message);
+            EXPECT_NE(what.find('\n'), std::string::npos) << "no call stack: " << what;
+            EXPECT_STREQ(*boost::get_error_info<boost::throw_function>(dynamic_cast<const boost::exception&>(e)),
+                         function);
+        }
+    };
+    refusal([&] { PropertySerializer::Deserialize(target, nullptr, false); }, "input is null",
+            "static void Tarsel::Core::PropertySerializer::Deserialize(Core::Property &, "
+            "boost::intrusive_ptr<Tarsel::Core::IDataInput>, bool)");
+    refusal([&] { PropertySerializer::Serialize(target, nullptr, true); }, "output is null",
+            "static void Tarsel::Core::PropertySerializer::Serialize(const Core::Property &, "
+            "boost::intrusive_ptr<Tarsel::Core::IDataOutput>, bool)");
+    refusal([&] { PropertySerializer::Serialize(target, nullptr, true, PropertySerializer::DoubleText::RoundTrip); },
+            "output is null",
+            "static void Tarsel::Core::PropertySerializer::Serialize(const Core::Property &, "
+            "boost::intrusive_ptr<Tarsel::Core::IDataOutput>, bool, Tarsel::Core::PropertySerializer::DoubleText)");
+    refusal([] { JsonTarselStreamOut stream(nullptr); }, "output is null",
+            "Tarsel::Core::JsonTarselStreamOut::JsonTarselStreamOut(boost::intrusive_ptr<IDataOutput>)");
+    EXPECT_EQ(Describe(target), Describe(Clip()));
 }
 
 TEST(Deserialize, JsonValuesMapAsDocumented) {
@@ -439,6 +622,52 @@ TEST(Deserialize, JsonValuesMapAsDocumented) {
     EXPECT_EQ(Describe(Load("[10,20]")), "root<6>{0<3>10,1<3>20}");
 }
 
+// Every number is read as the nearest double to its text, ties to even,
+// however many digits it has; integers within 64 bits stay integers.
+TEST(Deserialize, NumbersLoadAsTheNearestDoubleToTheirText) {
+    // 1 + 2^-53, halfway between 1 and the next double, written out exactly.
+    const std::string halfway = "1.00000000000000011102230246251565404236316680908203125";
+    const struct {
+        std::string text;
+        double expected;
+    } cases[] = {
+        {"0.1", 0.1},
+        {"1700000000.123", 1700000000.123},
+        {"29.9700", 29.97},
+        {"-0.0", -0.0},
+        {"1e-400", 0.0},
+        {"-1e-400", -0.0},
+        {"0e-99999999", 0.0},
+        {"1E+2", 100.0},
+        {"0.000001e6", 1.0},
+        {"9007199254740993.0", 9007199254740992.0},  // 2^53 + 1: a tie, to even
+        {"9007199254740995.0", 9007199254740996.0},  // a tie, to even, upwards
+        {"18446744073709551616", 18446744073709551616.0},  // 2^64: beyond both integer ranges
+        {"-9223372036854775809", -9223372036854775808.0},  // below the signed range
+        // 21 significant digits whose first 20 are 2^64 - 1: RapidJSON's own
+        // full-precision reading wraps its significand to zero here.
+        {"184467440737095516156", 1.8446744073709552e20},
+        {"2.2250738585072011e-308", 0x0.fffffffffffffp-1022},  // the largest subnormal
+        {"2.4703282292062328e-324", 0x0.0000000000001p-1022},  // just above half the smallest subnormal
+        {"2.4703282292062327e-324", 0.0},                      // just below
+        {"1.7976931348623158e308", 1.7976931348623157e308},     // rounds down to the largest double
+        {halfway, 1.0},                                        // a tie, to even
+        {halfway + std::string(800, '0') + "1", 0x1.0000000000001p0},  // past the tie 800 digits on
+        {"0." + std::string(400, '0') + "1e400", 0.1},
+    };
+    for (const auto& c : cases) {
+        const Property loaded = Load("[" + c.text + "]");
+        const Property& value = loaded[std::size_t{0}];
+        ASSERT_EQ(value.GetType(), TypeDouble) << c.text.substr(0, 60);
+        const double got = value.GetDouble();
+        EXPECT_EQ(std::memcmp(&got, &c.expected, sizeof got), 0)
+            << c.text.substr(0, 60) << ": " << SerializeExactly(value) << " instead of "
+            << SerializeExactly(Property("", c.expected));
+    }
+    EXPECT_EQ(Describe(Load("[9007199254740993,-9223372036854775808,-0]")),
+              "root<6>{0<3>9007199254740993,1<3>-9223372036854775808,2<3>0}");
+}
+
 TEST(Deserialize, SyntaxErrorsAndScalarRootsLeaveTheTargetUntouched) {
     Property target("target");
     target.SetChildT<long long>("kept", 1);
@@ -450,6 +679,118 @@ TEST(Deserialize, SyntaxErrorsAndScalarRootsLeaveTheTargetUntouched) {
     }
     // A failure that loading would meet first does not hide a later syntax error.
     ExpectParseError(target, R"({"a":{"":1},"b":[)");
+}
+
+// Where a text stops being JSON (the byte offset, the line and the column in
+// bytes, both 1-based) and why, from the one parse that loads it.
+TEST(Deserialize, ParseErrorsSayWhereAndWhy) {
+    const std::string deep(PropertySerializer::kMaxDepth + 1, '[');
+    const struct {
+        std::string text;
+        std::size_t offset, line, column;
+        const char* reason;
+    } cases[] = {
+        {"", 0, 1, 1, "the document is empty"},
+        {" \n  ", 4, 2, 3, "the document is empty"},
+        {"\xEF\xBB\xBF{}", 0, 1, 1, "the file starts with a byte order mark, which JSON does not allow"},
+        {"\x01", 0, 1, 1, "not a valid JSON value"},
+        {"x", 0, 1, 1, "not a valid JSON value"},
+        {"}", 0, 1, 1, "expected an object or an array"},
+        {"42", 0, 1, 1, "the document is a single value; a settings file holds an object or an array"},
+        {"\n  \"s\"", 3, 2, 3, "the document is a single value; a settings file holds an object or an array"},
+        {"{} x", 3, 1, 4, "text after the end of the document"},
+        {"{", 1, 1, 2, "missing a member name in double quotes"},
+        {R"({"a" 1})", 5, 1, 6, "missing a colon after a member name"},
+        {R"({"a":1 "b":2})", 7, 1, 8, "missing a comma or '}' after an object member"},
+        {R"({"a":[1,2)", 9, 1, 10, "missing a comma or ']' after an array element"},
+        {"[nul]", 4, 1, 5, "not a valid JSON value"},  // where "nul" cannot go on
+        {R"(["\x"])", 2, 1, 3, "invalid escape character in a string"},
+        {"[\"a\tb\"]", 3, 1, 4, "a control character in a string must be escaped"},
+        {R"(["\u12G4"])", 2, 1, 3, "bad hex digit in a \\u escape"},
+        {R"(["\uD800x"])", 2, 1, 3, "bad surrogate pair in a \\u escape"},
+        {R"(["abc)", 5, 1, 6, "missing the closing quotation mark of a string"},
+        {"[1.]", 3, 1, 4, "incomplete number"},
+        {"[1e309]", 1, 1, 2, "number too large for a double"},  // refused by the reader
+        {"[2e308]", 1, 1, 2, "number too large for a double"},  // read as infinity, refused by the loader
+        {R"({"a":-1.8e308})", 5, 1, 6, "number too large for a double"},
+        {deep, 512, 1, 513, "nesting deeper than 512 levels"},
+        {"\n" + deep, 513, 2, 513, "nesting deeper than 512 levels"},
+        // Lines end at line feeds, a carriage return is a byte of its line.
+        {"{\n  \"a\": 1,\n  \"b\" 2\n}", 18, 3, 7, "missing a colon after a member name"},
+        {"{\r\n\"a\":1\r\n\"b\":2}", 10, 3, 1, "missing a comma or '}' after an object member"},
+        // An escaped line end inside a string is no line end of the text.
+        {R"({"a":"x\ny\u000Az" "b":1})", 19, 1, 20, "missing a comma or '}' after an object member"},
+        // The column counts bytes: "é" is two.
+        {"{\"\xC3\xA9\":1 x}", 8, 1, 9, "missing a comma or '}' after an object member"},
+    };
+    for (const auto& c : cases) {
+        Property target("target");
+        target.SetChildT<long long>("kept", 1);
+        const JsonException e = CatchAs<JsonException>([&] { Deserialize(target, c.text); });
+        const std::string shown = c.text.substr(0, 40);
+        EXPECT_EQ(*boost::get_error_info<JsonException::TagParseError>(e), "Parse error") << shown;
+        EXPECT_EQ(*boost::get_error_info<JsonException::TagParseReason>(e), c.reason) << shown;
+        EXPECT_EQ(*boost::get_error_info<JsonException::TagParseOffset>(e), c.offset) << shown;
+        EXPECT_EQ(*boost::get_error_info<JsonException::TagParseLine>(e), c.line) << shown;
+        EXPECT_EQ(*boost::get_error_info<JsonException::TagParseColumn>(e), c.column) << shown;
+        EXPECT_EQ(Describe(target), "target<6>{kept<3>1}") << shown;
+    }
+    // A DOM has no text to point into: only the reason.
+    rapidjson::Document dom;
+    dom.Parse(Nested(PropertySerializer::kMaxDepth + 1, "[", "]").c_str());
+    Property target("target");
+    const JsonException e = CatchAs<JsonException>([&] { PropertySerializer::Load(target, dom); });
+    EXPECT_EQ(*boost::get_error_info<JsonException::TagParseReason>(e), "nesting deeper than 512 levels");
+    EXPECT_EQ(boost::get_error_info<JsonException::TagParseLine>(e), nullptr);
+}
+
+// An empty member name and a "frameRateRatio" of "n/0" keep their types for
+// every catch, and carry where they stand and which member they concern;
+// into an empty target and merged into a filled one alike.
+TEST(Deserialize, LoadingFailuresSayWhereAndWhy) {
+    const struct {
+        const char* text;
+        bool emptyKey;  // else a zero denominator
+        std::size_t offset, line, column;
+        const char* reason;
+    } cases[] = {
+        {"{\"name\":\"x\",\n \"packages\": {\"\": {\"version\": \"1.0.0\"}}}", true, 27, 2, 15,
+         "packages: a member has an empty name, which a settings tree cannot hold"},
+        {R"({"a":1,"":2})", true, 7, 1, 8, "a member has an empty name, which a settings tree cannot hold"},
+        {R"({"list":[{"":2}]})", true, 10, 1, 11,
+         "list/0: a member has an empty name, which a settings tree cannot hold"},
+        {R"({"playback":{"frameRateRatio":"1/0"}})", false, 30, 1, 31,
+         "playback/frameRateRatio: the ratio 1/0 has a zero denominator"},
+        {"{\n\"frameRateRatio\": \"25/0\"}", false, 20, 2, 19, "frameRateRatio: the ratio 25/0 has a zero denominator"},
+    };
+    for (const auto& c : cases) {
+        for (const bool filled : {false, true}) {
+            Property target("target");
+            if (filled) {
+                target.SetChildT<long long>("kept", 1);
+            }
+            std::exception_ptr failure;
+            try {
+                Deserialize(target, c.text);
+            } catch (const std::invalid_argument&) {
+                EXPECT_TRUE(c.emptyKey) << c.text;
+                failure = std::current_exception();
+            } catch (const boost::bad_rational&) {
+                EXPECT_FALSE(c.emptyKey) << c.text;
+                failure = std::current_exception();
+            }
+            ASSERT_TRUE(failure) << c.text;
+            try {
+                std::rethrow_exception(failure);
+            } catch (const boost::exception& e) {
+                EXPECT_EQ(*boost::get_error_info<JsonException::TagParseReason>(e), c.reason) << c.text;
+                EXPECT_EQ(*boost::get_error_info<JsonException::TagParseOffset>(e), c.offset) << c.text;
+                EXPECT_EQ(*boost::get_error_info<JsonException::TagParseLine>(e), c.line) << c.text;
+                EXPECT_EQ(*boost::get_error_info<JsonException::TagParseColumn>(e), c.column) << c.text;
+                EXPECT_EQ(boost::get_error_info<JsonException::TagParseError>(e), nullptr) << c.text;
+            }
+        }
+    }
 }
 
 TEST(Deserialize, InputIsReadWholeOnceAndItsFailuresPassThrough) {

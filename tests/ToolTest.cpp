@@ -268,6 +268,9 @@ TEST_F(ToolTest, EachInputGivesItsExitStatusAndAtMostOneErrorLineNamingTheFile) 
     WriteFile("truncated.json", R"({"a":[1,2)");
     WriteFile("deep.json", std::string(100000, '[') + std::string(100000, ']'));
     WriteFile("scalar.json", "42");
+    // The library locates by byte; the report counts characters ("é" is two bytes).
+    const std::string accents = "{\"caf\xC3\xA9\":1,\n \"\xC3\xA9t\xC3\xA9\":2 x}";
+    WriteFile("accents.json", accents);
     WriteFile("secret.json", kSettings);
     ASSERT_EQ(chmod(At("secret.json").c_str(), 0), 0);
     fs::create_directory(At("folder"));
@@ -298,6 +301,12 @@ TEST_F(ToolTest, EachInputGivesItsExitStatusAndAtMostOneErrorLineNamingTheFile) 
          "tarsel: scalar.json:1:1: the document is a single value; a settings file holds an object or an array\n"},
         {{"diff", "settings.json", "-"}, "{", false, 3, "",
          "tarsel: standard input:1:2: missing a member name in double quotes\n"},
+        {{"show", "accents.json"}, "", false, 3, "",
+         "tarsel: accents.json:2:10: missing a comma or '}' after an object member\n"},
+        {{"show", "-"}, accents, false, 3, "",
+         "tarsel: standard input:2:10: missing a comma or '}' after an object member\n"},
+        {{"show", "-"}, "[\"a\tb\"]", false, 3, "",
+         "tarsel: standard input:1:4: a control character in a string must be escaped\n"},
         // Files that cannot be read.
         {{"show", "missing.json"}, "", false, 3, "", "tarsel: missing.json: no such file or folder\n"},
         {{"md5", "folder"}, "", false, 3, "", "tarsel: folder: is a folder, not a file\n"},

@@ -3,6 +3,7 @@
 #include <Core/Interfaces/Digest.h>
 
 #include <Core/Interfaces/Exceptions.h>
+#include <Core/Interfaces/internal/RequireStream.h>
 #include <Core/Interfaces/internal/WholeInput.h>
 
 #include <boost/random/mersenne_twister.hpp>
@@ -34,10 +35,7 @@ std::size_t LengthBeforeMarker(std::string_view bytes, const std::string& stopMa
 }  // namespace
 
 std::vector<unsigned char> MD5Generate(boost::intrusive_ptr<IDataInput> input, const std::string& stopMarker) {
-    if (!input) {
-        ThrowWithCallStack(TARSEL_THROW_SITE(kMD5GenerateSignature), std::invalid_argument("input is null"));
-    }
-    const WholeInput whole = ReadWholeInput(*input, 0);
+    const WholeInput whole = ReadWholeInput(RequireStream(input, "input", TARSEL_THROW_SITE(kMD5GenerateSignature)), 0);
     const std::size_t length = LengthBeforeMarker(std::string_view(whole.bytes.get(), whole.size), stopMarker);
 
     std::vector<unsigned char> digest(EVP_MAX_MD_SIZE);

@@ -56,6 +56,10 @@ inline constexpr char RequestedChildName[] = "Tarsel::Core::PropertyException::T
 inline constexpr char RequestedChildIndex[] = "Tarsel::Core::PropertyException::TagRequestedChildIndex";
 inline constexpr char ChildCount[] = "Tarsel::Core::PropertyException::TagChildCount";
 inline constexpr char ParseError[] = "Tarsel::Core::JsonException::TagParseError";
+inline constexpr char ParseOffset[] = "Tarsel::Core::JsonException::TagParseOffset";
+inline constexpr char ParseLine[] = "Tarsel::Core::JsonException::TagParseLine";
+inline constexpr char ParseColumn[] = "Tarsel::Core::JsonException::TagParseColumn";
+inline constexpr char ParseReason[] = "Tarsel::Core::JsonException::TagParseReason";
 
 }  // namespace Tags
 
@@ -112,7 +116,17 @@ public:
     using TagRequestedChildName = NamedErrorInfo<Tags::RequestedChildName, std::string>;  \
     using TagRequestedChildIndex = NamedErrorInfo<Tags::RequestedChildIndex, std::size_t>; \
     using TagChildCount = NamedErrorInfo<Tags::ChildCount, std::size_t>;
-#define TARSEL_JSON_EXCEPTION_RECORDS using TagParseError = NamedErrorInfo<Tags::ParseError, std::string>;
+// TagParseError is "Parse error" for every text that does not parse; the
+// others say where and why. Offset, line and column (1-based; the column
+// counts bytes) are also attached to the two failures that a load meets
+// part-way, std::invalid_argument for an empty member name and
+// boost::bad_rational for a "frameRateRatio" of "n/0", which keep their types.
+#define TARSEL_JSON_EXCEPTION_RECORDS                                         \
+    using TagParseError = NamedErrorInfo<Tags::ParseError, std::string>;      \
+    using TagParseOffset = NamedErrorInfo<Tags::ParseOffset, std::size_t>;    \
+    using TagParseLine = NamedErrorInfo<Tags::ParseLine, std::size_t>;        \
+    using TagParseColumn = NamedErrorInfo<Tags::ParseColumn, std::size_t>;    \
+    using TagParseReason = NamedErrorInfo<Tags::ParseReason, std::string>;
 
 #define TARSEL_DECLARE_EXCEPTION(Name, Derivation, Base, Members) \
     class Name : public Derivation Base {                         \
@@ -126,6 +140,14 @@ TARSEL_CORE_EXCEPTIONS(TARSEL_DECLARE_EXCEPTION)
 }  // namespace Core
 
 #undef TARSEL_DECLARE_EXCEPTION
+
+// One line in plain English for any exception a library call throws, built
+// from its records: "wrong type requested at 'volume': holds Int64, asked for
+// Double", "no child 'width' in 'video'", "JSON parse error at 12:5: missing
+// a comma or '}' after an object member", "settings.json: permission denied";
+// what() for an exception the library does not know. Never throws but
+// std::bad_alloc.
+std::string ErrorMessage(const std::exception& e);
 
 // The call stack of the caller, one frame a line, without the frames of the
 // capture itself. Throws std::bad_alloc when memory runs out.

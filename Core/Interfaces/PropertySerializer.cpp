@@ -3,6 +3,7 @@
 // PropertySerializerReader.cpp. A failed parse is recorded as thrown here.
 #include <Core/Interfaces/PropertySerializer.h>
 
+#include <Core/Interfaces/internal/RequireStream.h>
 #include <Core/Interfaces/internal/SerializerAccess.h>
 #include <Core/Interfaces/internal/WholeInput.h>
 
@@ -12,6 +13,13 @@ namespace Tarsel::Core {
 
 namespace {
 
+constexpr const char* kStreamOutFunction =
+    "Tarsel::Core::JsonTarselStreamOut::JsonTarselStreamOut(boost::intrusive_ptr<IDataOutput>)";
+constexpr const char* kSerializeFunction = "static void Tarsel::Core::PropertySerializer::Serialize(const "
+                                           "Core::Property &, boost::intrusive_ptr<Tarsel::Core::IDataOutput>, bool)";
+constexpr const char* kSerializeTextFunction =
+    "static void Tarsel::Core::PropertySerializer::Serialize(const Core::Property &, "
+    "boost::intrusive_ptr<Tarsel::Core::IDataOutput>, bool, Tarsel::Core::PropertySerializer::DoubleText)";
 constexpr const char* kDeserializeFunction = "static void Tarsel::Core::PropertySerializer::Deserialize(Core::Property "
                                              "&, boost::intrusive_ptr<Tarsel::Core::IDataInput>, bool)";
 constexpr const char* kLoadFunction =
@@ -20,16 +28,30 @@ constexpr const char* kLoadFunction =
 
 }  // namespace
 
-JsonTarselStreamOut::JsonTarselStreamOut(boost::intrusive_ptr<IDataOutput> output) : m_output(std::move(output)) {}
+JsonTarselStreamOut::JsonTarselStreamOut(boost::intrusive_ptr<IDataOutput> output) : m_output(std::move(output)) {
+    RequireStream(m_output, "output", TARSEL_THROW_SITE(kStreamOutFunction));
+}
 
 void PropertySerializer::Serialize(const Property& property, boost::intrusive_ptr<IDataOutput> output,
                                    bool wrapRoot) {
-    Json::WriteJsonText(property, wrapRoot, *output);
+    Json::WriteJsonText(property, wrapRoot, DoubleText::SixDigits,
+                        RequireStream(output, "output", TARSEL_THROW_SITE(kSerializeFunction)));
+}
+
+void PropertySerializer::Serialize(const Property& property, boost::intrusive_ptr<IDataOutput> output, bool wrapRoot,
+                                   DoubleText doubleText) {
+    Json::WriteJsonText(property, wrapRoot, doubleText,
+                        RequireStream(output, "output", TARSEL_THROW_SITE(kSerializeTextFunction)));
 }
 
 void PropertySerializer::SerializeToFile(const Property& property, const ioPath& path, bool wrapRoot) {
+    SerializeToFile(property, path, wrapRoot, DoubleText::SixDigits);
+}
+
+void PropertySerializer::SerializeToFile(const Property& property, const ioPath& path, bool wrapRoot,
+                                         DoubleText doubleText) {
     const auto output = AtomicFileDataOutput::Create(path);
-    Serialize(property, output, wrapRoot);
+    Json::WriteJsonText(property, wrapRoot, doubleText, *output);
     output->Commit();
 }
 
@@ -38,9 +60,10 @@ void PropertySerializer::Save(const Property& property, JsonValue& value, JsonAl
 }
 
 void PropertySerializer::Deserialize(Property& property, boost::intrusive_ptr<IDataInput> input, bool wrapRoot) {
+    const ThrowSite site = TARSEL_THROW_SITE(kDeserializeFunction);
     // Zero-terminated: the text ends at the first zero byte.
-    const WholeInput text = ReadWholeInput(*input, 1);
-    Json::LoadJsonText(property, text.bytes.get(), TARSEL_THROW_SITE(kDeserializeFunction));
+    const WholeInput text = ReadWholeInput(RequireStream(input, "input", site), 1);
+    Json::LoadJsonText(property, text.bytes.get(), site);
     if (wrapRoot) {
         // The property becomes its first child, moved out rather than copied.
         Property& first = property[std::size_t{0}];

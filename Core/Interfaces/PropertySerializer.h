@@ -2,10 +2,15 @@
 //
 // The text is compact UTF-8 JSON: containers are objects keyed by child name
 // (arrays built with Add too: their keys are "0", "1", ...), doubles are
-// written "%#g" (1.0 gives 1.00000, so they read back as doubles), ratios as
-// "n/d" strings that read back as ratios only under the key
-// "frameRateRatio", and the root may be wrapped in a one-member object
-// {name: value}.
+// written "%#g" (1.0 gives 1.00000, so they read back as doubles) unless an
+// exact save is asked for (DoubleText::RoundTrip), ratios as "n/d" strings
+// that read back as ratios only under the key "frameRateRatio", and the root
+// may be wrapped in a one-member object {name: value}. Every number is read
+// as the nearest double to its text.
+//
+// Every function that takes a stream throws std::invalid_argument ("input is
+// null", "output is null", the call stack appended) for a null one, before
+// anything is touched.
 #pragma once
 
 #include <Core/Interfaces/DataStream.h>
@@ -27,6 +32,7 @@ class JsonTarselStreamOut {
 public:
     using Ch = char;
 
+    // Throws std::invalid_argument ("output is null") for a null output.
     explicit JsonTarselStreamOut(boost::intrusive_ptr<IDataOutput> output);
 
     // Writes c: Write with its address and the count 1, whose result is
@@ -46,15 +52,32 @@ public:
     using JsonAllocator = rapidjson::MemoryPoolAllocator<rapidjson::CrtAllocator>;
     using JsonValue = rapidjson::GenericValue<rapidjson::UTF8<char>, JsonAllocator>;
 
+    // How doubles are written. Doubles that are not finite are written as
+    // null either way, since JSON has no text for them.
+    enum class DoubleText {
+        // printf's "%#g": six significant digits, trailing zeros kept, always
+        // a point (1.0 gives 1.00000, 29.97 gives 29.9700, 1e-05 gives
+        // 1.00000e-05), except that a bare final point gets a zero
+        // (192000.0, not 192000.), which JSON requires. Loading the text
+        // gives back the double rounded to six digits: 1700000000.123 is
+        // saved as 1.70000e+09.
+        SixDigits,
+        // The shortest text that reads back as the same double, always with
+        // a point or an exponent, so that it reads back as a double: 3.0,
+        // 0.1, 1700000000.123, 1e+300, -0.0, 5e-324. A tree saved so and
+        // loaded again has every double bit for bit.
+        RoundTrip,
+    };
+
     // Writes property as JSON to output, wrapped in {name: value} when
-    // wrapRoot is set. The whole text is built before anything is written,
-    // so a failure writes nothing; then output receives it in one Write. A
-    // non-container property without wrapping is written as a bare value.
-    // Doubles are written as printf's "%#g" does (29.97 gives 29.9700), except
-    // that a bare final point gets a zero (192000.0, not 192000.), which JSON
-    // requires; doubles that are not finite are written as null, since JSON
-    // has no text for them.
+    // wrapRoot is set, doubles as "%#g" (DoubleText::SixDigits). The whole
+    // text is built before anything is written, so a failure writes
+    // nothing; then output receives it in one Write. A non-container
+    // property without wrapping is written as a bare value.
     static void Serialize(const Property& property, boost::intrusive_ptr<IDataOutput> output, bool wrapRoot);
+    // The same, doubles written as doubleText says.
+    static void Serialize(const Property& property, boost::intrusive_ptr<IDataOutput> output, bool wrapRoot,
+                          DoubleText doubleText);
 
     // Saves property as Serialize does into the file at path, replacing it
     // all at once through an AtomicFileDataOutput: on any failure the file
@@ -65,6 +88,7 @@ public:
     // (a read-only folder, a full disk), and std::bad_alloc when the text
     // does not fit in memory.
     static void SerializeToFile(const Property& property, const ioPath& path, bool wrapRoot);
+    static void SerializeToFile(const Property& property, const ioPath& path, bool wrapRoot, DoubleText doubleText);
 
     // Fills value from property: containers become objects, one member per
     // child in order; children sharing a name all write into the first member
@@ -75,13 +99,19 @@ public:
     // Reads the whole input (GetSize, then one Read) and loads the JSON text
     // into property, merging it into the children property already has; with
     // wrapRoot, property then becomes its first child. The text ends at the
-    // first zero byte.
+    // first zero byte. Each number becomes the nearest double to its text
+    // (full precision; RapidJSON's default reading lands up to 3 ulp off).
     //
     // Throws JsonException with TagParseError "Parse error", leaving property
     // untouched, for any syntax error, a root that is not an object or an
     // array, nesting deeper than 512 levels, or a number beyond the range of
-    // a double (2e308). A failure while loading (see Load) keeps what was
-    // loaded before it. With wrapRoot, a document that loads no child throws
+    // a double (2e308); it also carries where the text fails (TagParseOffset,
+    // TagParseLine, TagParseColumn: the first byte at which it cannot go on)
+    // and why (TagParseReason: "missing a comma or '}' after an object
+    // member"). A failure while loading (see Load) keeps what was loaded
+    // before it; from text, it carries the same four records, the reason
+    // naming the member ("playback/frameRateRatio: the ratio 1/0 has a zero
+    // denominator"). With wrapRoot, a document that loads no child throws
     // IndexIsOutOfBound. A size that cannot be buffered throws
     // std::bad_alloc; exceptions of the input pass through.
     static void Deserialize(Property& property, boost::intrusive_ptr<IDataInput> input, bool wrapRoot);
@@ -100,7 +130,8 @@ public:
     // that is not a container, std::invalid_argument ("name is empty") for an
     // empty key, boost::bad_rational for a "frameRateRatio" of "n/0"; what was
     // loaded before the failure stays. A value nested deeper than 512 levels
-    // throws JsonException "Parse error" and loads nothing.
+    // throws JsonException "Parse error" (TagParseReason "nesting deeper than
+    // 512 levels") and loads nothing.
     static void Load(Property& property, const JsonValue& value);
 
     // The deepest nesting of objects and arrays that is accepted.

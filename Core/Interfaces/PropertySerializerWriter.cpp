@@ -1,8 +1,9 @@
 // This file writes Property trees as JSON, for Serialize (compact text) and
 // Save (RapidJSON values).
 //
-// - Doubles are written as printf's "%#g" (internal/SavedDouble.h), strings
-//   with RapidJSON's escaping, ratios as "n/d", containers as objects.
+// - Doubles are written as PropertySerializer::DoubleText says
+//   (internal/SavedDouble.h), strings with RapidJSON's escaping, ratios as
+//   "n/d", containers as objects.
 // - Children that share a name all write into the first member with that
 //   name, the last one winning (MemberCursor, PlanMembers).
 // - The tree is walked with an explicit stack into one buffer, so neither
@@ -213,7 +214,8 @@ constexpr EscapeTable kEscapes{};
 // '\' are escaped, every other byte is written as it is.
 class JsonTextWriter {
 public:
-    explicit JsonTextWriter(TextBuffer& out) : m_out(out) {}
+    JsonTextWriter(TextBuffer& out, PropertySerializer::DoubleText doubleText)
+        : m_out(out), m_roundTrip(doubleText == PropertySerializer::DoubleText::RoundTrip) {}
 
     void Write(const Property& root, bool wrapRoot) {
         if (wrapRoot) {
@@ -288,7 +290,7 @@ private:
             return;
         }
         char* out = m_out.Reserve(kMaxSavedDoubleLength);
-        m_out.Commit(out + FormatDoubleSixDigits(value, out));
+        m_out.Commit(out + (m_roundTrip ? FormatDoubleRoundTrip(value, out) : FormatDoubleSixDigits(value, out)));
     }
 
     void WriteString(std::string_view text) {
@@ -323,6 +325,7 @@ private:
     };
 
     TextBuffer& m_out;
+    const bool m_roundTrip;
     std::vector<Frame> m_stack;
 };
 
@@ -355,9 +358,10 @@ void SaveScalar(const Property& node, JsonValue& value, JsonAllocator& allocator
 
 }  // namespace
 
-void WriteJsonText(const Property& root, bool wrapRoot, IDataOutput& output) {
+void WriteJsonText(const Property& root, bool wrapRoot, PropertySerializer::DoubleText doubleText,
+                   IDataOutput& output) {
     TextBuffer buffer;
-    JsonTextWriter(buffer).Write(root, wrapRoot);
+    JsonTextWriter(buffer, doubleText).Write(root, wrapRoot);
     const std::string_view text = buffer.Text();
     output.Write(text.data(), text.size());
 }

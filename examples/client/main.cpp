@@ -2,8 +2,6 @@
 //   settings-client FILE PATH
 #include <Core/Interfaces/Tarsel.h>
 
-#include <boost/exception/diagnostic_information.hpp>
-
 #include <iostream>
 
 int main(int argc, char** argv) {
@@ -17,10 +15,10 @@ int main(int argc, char** argv) {
         PropertySerializer::Deserialize(settings, FileDataInput::Create(argv[1]), false);
         std::cout << PropertyValueToString(settings.ChildByPath(argv[2])) << "\n";
         return 0;
-    } catch (const boost::exception& e) {
-        std::cerr << boost::diagnostic_information(e);
     } catch (const std::exception& e) {
-        std::cerr << e.what() << "\n";
+        // "settings.json: JSON parse error at 12:5: missing a comma or '}'
+        // after an object member"
+        std::cerr << argv[1] << ": " << Tarsel::ErrorMessage(e) << "\n";
     }
     return 1;
 }

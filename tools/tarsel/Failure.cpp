@@ -1,24 +1,25 @@
 // This file maps every failure of the tool to its one-line report and exit
-// status. Internal names (classes, functions, call stacks) never reach the
-// line; --verbose prints them after it.
+// status. The library words its own exceptions (Tarsel::ErrorMessage); this
+// adds what the tool knows: the file concerned, as the user named it, and
+// what was being done. Internal names (classes, functions, call stacks)
+// never reach the line; --verbose prints them after it.
 #include "Failure.h"
 
 #include "Command.h"
-#include "JsonDiagnosis.h"
 
 #include <Core/Interfaces/Exceptions.h>
 
 #include <boost/exception/diagnostic_information.hpp>
+#include <boost/exception/get_error_info.hpp>
 #include <boost/filesystem/exception.hpp>
 #include <boost/rational.hpp>
 
-#include <cctype>
-#include <cerrno>
-#include <cstring>
 #include <exception>
+#include <fstream>
 #include <iostream>
 #include <new>
 #include <optional>
+#include <system_error>
 #include <utility>
 
 namespace TarselTool {
@@ -34,7 +35,7 @@ namespace {
 struct AboutFile {
     std::string name;
     const char* doing;
-    std::shared_ptr<const std::string> text;
+    DocumentBytes bytes;
     std::exception_ptr cause;
 };
 
@@ -44,39 +45,10 @@ struct Report {
     int status;
 };
 
-std::string FirstLine(const std::string& text) {
-    return text.substr(0, text.find('\n'));
-}
-
 }  // namespace
 
 std::string SystemReason(int errorNumber) {
-    switch (errorNumber) {
-    case ENOENT:
-        return "no such file or folder";
-    case EACCES:
-    case EPERM:
-        return "permission denied";
-    case EISDIR:
-        return "is a folder, not a file";
-    case ENOTDIR:
-        return "a part of the path is not a folder";
-    case ENAMETOOLONG:
-        return "the name is too long for the file system";
-    case EROFS:
-        return "the file system is read-only";
-    case ENOSPC:
-        return "no space left on the disk";
-    case EFBIG:
-        return "the file would exceed the allowed size";
-    default: {
-        std::string text = std::strerror(errorNumber);
-        if (!text.empty()) {
-            text[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(text[0])));
-        }
-        return text;
-    }
-    }
+    return Tarsel::ErrorMessage(std::system_error(errorNumber, std::generic_category()));
 }
 
 namespace {
@@ -91,7 +63,69 @@ std::string Elided(const std::string& subject) {
            std::to_string(subject.size()) + " characters)";
 }
 
-// What loading a document refused, when cause is such a refusal.
+// Where the library located a failure to load a text, and why.
+struct Located {
+    std::size_t offset;
+    std::size_t line;
+    std::size_t column;  // in bytes
+    std::string reason;
+};
+
+std::optional<Located> LocationOf(const std::exception_ptr& cause) {
+    try {
+        std::rethrow_exception(cause);
+    } catch (const boost::exception& e) {
+        const auto* offset = boost::get_error_info<JsonException::TagParseOffset>(e);
+        const auto* line = boost::get_error_info<JsonException::TagParseLine>(e);
+        const auto* column = boost::get_error_info<JsonException::TagParseColumn>(e);
+        const auto* reason = boost::get_error_info<JsonException::TagParseReason>(e);
+        if (offset != nullptr && line != nullptr && column != nullptr && reason != nullptr) {
+            return Located{*offset, *line, *column, *reason};
+        }
+    } catch (...) {
+    }
+    return std::nullopt;
+}
+
+// The bytes of the document from offset begin to end, read again from its
+// file when it was not kept; nothing when they cannot be had.
+std::optional<std::string> BytesBetween(const DocumentBytes& bytes, std::size_t begin, std::size_t end) {
+    if (bytes.text) {
+        if (end > bytes.text->size()) {
+            return std::nullopt;
+        }
+        return bytes.text->substr(begin, end - begin);
+    }
+    if (bytes.file.empty()) {
+        return std::nullopt;
+    }
+    std::ifstream file(bytes.file, std::ios::binary);
+    std::string text(end - begin, '\0');
+    if (!file.seekg(static_cast<std::streamoff>(begin)) ||
+        !file.read(text.data(), static_cast<std::streamsize>(text.size()))) {
+        return std::nullopt;
+    }
+    return text;
+}
+
+// The column of a located failure counted in characters (UTF-8 sequences),
+// as an editor shows it; in bytes when the line cannot be read again.
+std::size_t CharacterColumn(const DocumentBytes& bytes, const Located& where) {
+    const std::optional<std::string> line = BytesBetween(bytes, where.offset - (where.column - 1), where.offset);
+    if (!line) {
+        return where.column;
+    }
+    std::size_t column = 1;
+    for (const char byte : *line) {
+        if ((static_cast<unsigned char>(byte) & 0xC0) != 0x80) {
+            ++column;
+        }
+    }
+    return column;
+}
+
+// What loading a document refused, in the user's words, when cause is a
+// refusal the library does not word for a document.
 std::optional<std::string> LoadFailureReason(const std::exception_ptr& cause) {
     try {
         std::rethrow_exception(cause);
@@ -120,11 +154,10 @@ Report ClassifyAbout(const AboutFile& about) {
     if (const auto reason = LoadFailureReason(cause)) {
         report.reason = *reason;
         report.status = kFailed;
-        if (about.text) {
-            if (const auto problem = DiagnoseJson(*about.text)) {
-                report.subject += ":" + std::to_string(problem->line) + ":" + std::to_string(problem->column);
-                report.reason = problem->reason;
-            }
+        if (const auto where = LocationOf(cause)) {
+            report.subject +=
+                ":" + std::to_string(where->line) + ":" + std::to_string(CharacterColumn(about.bytes, *where));
+            report.reason = where->reason;
         }
     }
     if (*about.doing != '\0') {
@@ -143,11 +176,10 @@ Report Classify(const std::exception_ptr& error) {
     } catch (const AboutFile& e) {
         return ClassifyAbout(e);
     } catch (const boost::filesystem::filesystem_error& e) {
+        // The path becomes the subject, which the report may shorten.
         return {e.path1().string(), SystemReason(e.code().value()), kFailed};
-    } catch (const std::bad_alloc&) {
-        return {"", "out of memory", kFailed};
     } catch (const std::exception& e) {
-        return {"", FirstLine(e.what()), kFailed};
+        return {"", Tarsel::ErrorMessage(e), kFailed};
     } catch (...) {
         return {"", "an unexpected failure", kFailed};
     }
@@ -174,8 +206,8 @@ std::string DiagnosticInformation(const std::exception_ptr& error) {
 
 }  // namespace
 
-void RethrowAbout(const std::string& name, const char* doing, std::shared_ptr<const std::string> text) {
-    throw AboutFile{name, doing, std::move(text), std::current_exception()};
+void RethrowAbout(const std::string& name, const char* doing, DocumentBytes bytes) {
+    throw AboutFile{name, doing, std::move(bytes), std::current_exception()};
 }
 
 int ReportFailure(const std::string& command, bool verbose) {

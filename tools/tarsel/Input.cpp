@@ -119,37 +119,28 @@ bool IsOnDisk(const std::string& file) {
            boost::filesystem::file_size(file, error) > 0 && !error;
 }
 
-// The text of file read again to locate a failure to load it; null when
-// that fails too.
-std::shared_ptr<const std::string> ReadAgain(const std::string& file) noexcept {
-    try {
-        return ReadText(*FileDataInput::Create(file));
-    } catch (...) {
-        return nullptr;
-    }
-}
-
 }  // namespace
 
 Document LoadDocument(const std::string& file, bool wrap) {
     const boost::intrusive_ptr<IDataInput> input = OpenInput(file);
     Document document;
     document.name = DisplayName(file);
-    // A failure is located in the text. A file on the disk is read again
-    // for that, so that a load that succeeds holds the text only once, in
-    // the library; anything else (a pipe, standard input) cannot be read
-    // twice, so the text is kept.
-    const bool onDisk = IsOnDisk(file);
-    std::shared_ptr<const std::string> text;
+    // The library locates a failure by line and byte; the report counts
+    // the characters before it on its line. A file on the disk can be read
+    // again for that line, so that a load that succeeds holds the text only
+    // once, in the library; anything else (a pipe, standard input) cannot
+    // be read twice, so the text is kept.
+    DocumentBytes bytes;
     try {
-        if (onDisk) {
+        if (IsOnDisk(file)) {
+            bytes.file = file;
             PropertySerializer::Deserialize(document.tree, input, wrap);
         } else {
-            text = ReadText(*input);
-            PropertySerializer::Deserialize(document.tree, new TextInput(text), wrap);
+            bytes.text = ReadText(*input);
+            PropertySerializer::Deserialize(document.tree, new TextInput(bytes.text), wrap);
         }
     } catch (...) {
-        RethrowAbout(document.name, "", onDisk ? ReadAgain(file) : text);
+        RethrowAbout(document.name, "", std::move(bytes));
     }
     return document;
 }

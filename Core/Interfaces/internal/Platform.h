@@ -24,4 +24,9 @@ void PopAutoreleasePool(void* pool) noexcept;
 // far fewer page faults. A refused hint changes nothing but speed.
 void AdviseLargeBlock(void* data, std::size_t size) noexcept;
 
+// The nearest double to the decimal number text starts with, read as strtod
+// reads it in the C locale, whatever locale the process has set: the C
+// libraries of both platforms round correctly. Infinity beyond the doubles.
+double NearestDouble(const char* text) noexcept;
+
 }  // namespace Tarsel::Core::Platform

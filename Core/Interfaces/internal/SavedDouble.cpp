@@ -1,8 +1,10 @@
-// This file writes doubles as printf's "%#g" does, at a fraction of its
-// cost: one scaling by an exact power of ten decides the six digits of nearly
-// every double, and std::to_chars those it cannot.
+// This file writes the saved text of doubles. "%#g" is written at a fraction
+// of printf's cost: one scaling by an exact power of ten decides the six
+// digits of nearly every double, and std::to_chars those it cannot. The
+// round-trip text is std::to_chars' shortest.
 #include <Core/Interfaces/internal/SavedDouble.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
@@ -129,6 +131,29 @@ std::size_t FormatDoubleSixDigits(double value, char* out) {
         out += 6;
     }
     return static_cast<std::size_t>(out - start);
+}
+
+std::size_t FormatDoubleRoundTrip(double value, char* out) {
+    // The fewest characters, 24 at most ("-2.2250738585072014e-308").
+    char* end = std::to_chars(out, out + kMaxSavedDoubleLength, value).ptr;
+    if (std::find_if(out, end, [](char c) { return c == '.' || c == 'e'; }) != end) {
+        return static_cast<std::size_t>(end - out);
+    }
+    // An integral value in fixed notation ("3", "-0"): a point keeps it a
+    // double when it is read back, unless the exponent form is shorter
+    // (123456789012345683968 is 1.2345678901234568e+20).
+    char scientific[kMaxSavedDoubleLength];
+    const char* const scientificEnd =
+        std::to_chars(scientific, scientific + sizeof scientific, value, std::chars_format::scientific).ptr;
+    const std::size_t fixedLength = static_cast<std::size_t>(end - out) + 2;
+    const std::size_t scientificLength = static_cast<std::size_t>(scientificEnd - scientific);
+    if (scientificLength < fixedLength) {
+        std::memcpy(out, scientific, scientificLength);
+        return scientificLength;
+    }
+    *end++ = '.';
+    *end++ = '0';
+    return fixedLength;
 }
 
 }  // namespace Tarsel::Core::Json

@@ -1,10 +1,13 @@
 // Linux: modules are ELF shared objects, and the application's own modules
 // sit beside this library. There is no Objective-C runtime, so no pool;
-// large buffers may ask for transparent huge pages.
+// large buffers may ask for transparent huge pages. glibc declares its
+// locale-taking functions in the standard headers.
 #include <Core/Interfaces/internal/Platform.h>
 
 #include <cstdint>
 
+#include <locale.h>
+#include <stdlib.h>
 #include <sys/mman.h>
 
 namespace Tarsel::Core::Platform {
@@ -35,6 +38,13 @@ void AdviseLargeBlock(void* data, std::size_t size) noexcept {
         // Refused by kernels without transparent huge pages; only speed is lost.
         (void)madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE);
     }
+}
+
+double NearestDouble(const char* text) noexcept {
+    static const locale_t c = newlocale(LC_ALL_MASK, "C", locale_t{});
+    // Without memory for a locale object, the process's locale: right
+    // unless an application has made the decimal point a comma.
+    return c != locale_t{} ? strtod_l(text, nullptr, c) : strtod(text, nullptr);
 }
 
 }  // namespace Tarsel::Core::Platform

@@ -1,10 +1,12 @@
 // macOS: modules are dylibs in the application bundle's Frameworks folder,
 // and autorelease pools are Foundation's NSAutoreleasePool, reached through
-// the Objective-C runtime so that this file stays plain C++.
+// the Objective-C runtime so that this file stays plain C++. The C library
+// declares its locale-taking functions in xlocale.h.
 #include <Core/Interfaces/internal/Platform.h>
 
 #include <objc/message.h>
 #include <objc/runtime.h>
+#include <xlocale.h>
 
 namespace Tarsel::Core::Platform {
 
@@ -33,6 +35,13 @@ void AdviseLargeBlock(void*, std::size_t) noexcept {
 void PopAutoreleasePool(void* pool) noexcept {
     // release drains the pool: every object autoreleased in its scope.
     reinterpret_cast<void (*)(id, SEL)>(objc_msgSend)(static_cast<id>(pool), sel_registerName("release"));
+}
+
+double NearestDouble(const char* text) noexcept {
+    static const locale_t c = newlocale(LC_ALL_MASK, "C", locale_t{});
+    // Without memory for a locale object, the process's locale: right
+    // unless an application has made the decimal point a comma.
+    return c != locale_t{} ? strtod_l(text, nullptr, c) : strtod(text, nullptr);
 }
 
 }  // namespace Tarsel::Core::Platform
