@@ -1,11 +1,13 @@
 // macOS: modules are dylibs in the application bundle's Frameworks folder,
 // and autorelease pools are Foundation's NSAutoreleasePool, reached through
 // the Objective-C runtime so that this file stays plain C++. The C library
-// declares its locale-taking functions in xlocale.h.
+// declares the locale-taking forms of a header's functions in xlocale.h,
+// for the headers included before it.
 #include <Core/Interfaces/internal/Platform.h>
 
 #include <objc/message.h>
 #include <objc/runtime.h>
+#include <stdlib.h>
 #include <xlocale.h>
 
 namespace Tarsel::Core::Platform {
