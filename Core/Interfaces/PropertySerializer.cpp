@@ -3,6 +3,7 @@
 // PropertySerializerReader.cpp. A failed parse is recorded as thrown here.
 #include <Core/Interfaces/PropertySerializer.h>
 
+#include <Core/Interfaces/internal/JsonTextStream.h>
 #include <Core/Interfaces/internal/RequireStream.h>
 #include <Core/Interfaces/internal/SerializerAccess.h>
 #include <Core/Interfaces/internal/WholeInput.h>
@@ -61,8 +62,9 @@ void PropertySerializer::Save(const Property& property, JsonValue& value, JsonAl
 
 void PropertySerializer::Deserialize(Property& property, boost::intrusive_ptr<IDataInput> input, bool wrapRoot) {
     const ThrowSite site = TARSEL_THROW_SITE(kDeserializeFunction);
-    // Zero-terminated: the text ends at the first zero byte.
-    const WholeInput text = ReadWholeInput(RequireStream(input, "input", site), 1);
+    // The text ends at the first zero byte; the reader may look a few
+    // bytes past it.
+    const WholeInput text = ReadWholeInput(RequireStream(input, "input", site), Json::kTextPadding);
     Json::LoadJsonText(property, text.bytes.get(), site);
     if (wrapRoot) {
         // The property becomes its first child, moved out rather than copied.

@@ -6,7 +6,7 @@
 //   only then is the result moved into the target, so a syntax error
 //   anywhere leaves the target untouched. Each number is read as the
 //   nearest double to its text (internal/JsonNumber.h).
-// - The reader's stream keeps its line (internal/JsonTextErrors.h), so a
+// - The reader's stream keeps its line (internal/JsonTextStream.h), so a
 //   failure is located where it is met, with no second reading.
 // - Members that repeat a name load into the first child of that name, as
 //   SetChild does (ChildFinder); a target that already has children has the
@@ -16,6 +16,7 @@
 
 #include <Core/Interfaces/internal/JsonNumber.h>
 #include <Core/Interfaces/internal/JsonTextErrors.h>
+#include <Core/Interfaces/internal/JsonTextStream.h>
 #include <Core/Interfaces/internal/RatioParse.h>
 #include <Core/Interfaces/internal/SerializerAccess.h>
 
@@ -203,11 +204,7 @@ public:
         }
         m_key = UpToFirstZero(text, length);
         if (m_key.empty()) {
-            if (m_frames.back().kind == Kind::Object) {
-                Fail([](Property& container) { container.SetChild(std::string()); }, EmptyKeyReason(Path()));
-            } else if (m_frames.back().kind == Kind::Items && m_stream && !m_emptyItemKey) {
-                m_emptyItemKey = m_stream->TokenLocation();
-            }
+            MeetEmptyKey();
         }
         return true;
     }
@@ -299,12 +296,26 @@ private:
             }
         } catch (const boost::bad_rational&) {
             AddChild<Access::Container>();
-            const std::string path = Path();
-            const std::string member = path.empty() ? std::string(m_key) : path + "/" + std::string(m_key);
-            Stop(std::current_exception(), ZeroDenominatorReason(member, text));
+            StopAtZeroDenominator(text);
             return;
         }
         AddChild<Access::Container>();
+    }
+
+    // The failures are kept out of line, and out of the way of the events
+    // that every document sends.
+    [[gnu::cold, gnu::noinline]] void MeetEmptyKey() {
+        if (m_frames.back().kind == Kind::Object) {
+            Fail([](Property& container) { container.SetChild(std::string()); }, EmptyKeyReason(Path()));
+        } else if (m_frames.back().kind == Kind::Items && m_stream && !m_emptyItemKey) {
+            m_emptyItemKey = m_stream->TokenLocation();
+        }
+    }
+
+    [[gnu::cold, gnu::noinline]] void StopAtZeroDenominator(std::string_view text) {
+        const std::string path = Path();
+        const std::string member = path.empty() ? std::string(m_key) : path + "/" + std::string(m_key);
+        Stop(std::current_exception(), ZeroDenominatorReason(member, text));
     }
 
     // The child the next value goes into, holding a T made of args.

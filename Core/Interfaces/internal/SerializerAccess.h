@@ -190,7 +190,8 @@ void WriteJsonText(const Property& root, bool wrapRoot, PropertySerializer::Doub
                    IDataOutput& output);
 void SaveJsonValue(const Property& root, JsonValue& value, JsonAllocator& allocator);
 
-// PropertySerializerReader.cpp: text is zero-terminated and parsed in place.
+// PropertySerializerReader.cpp: text is parsed in place, and ends at a zero
+// byte that kTextPadding - 1 more follow (internal/JsonTextStream.h).
 void LoadJsonText(Property& target, char* text, const ThrowSite& parseErrorSite);
 void LoadJsonValue(Property& target, const JsonValue& value, const ThrowSite& parseErrorSite);
 
