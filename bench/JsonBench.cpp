@@ -95,6 +95,19 @@ void TarselSave(benchmark::State& state, const std::string* name) {
     SetBytes(state, document);
 }
 
+// The exact save (DoubleText::RoundTrip), beside the default one.
+void TarselSaveExact(benchmark::State& state, const std::string* name) {
+    const std::string& document = Document(*name);
+    Property tree("root");
+    PropertySerializer::Deserialize(tree, new BufferInput(document), false);
+    for (auto _ : state) {
+        const auto out = MemoryDataOutput::Create();
+        PropertySerializer::Serialize(tree, out, false, PropertySerializer::DoubleText::RoundTrip);
+        benchmark::DoNotOptimize(out->GetData().data());
+    }
+    SetBytes(state, document);
+}
+
 // Freeing a loaded tree alone: the part of a load row that is the free.
 void TarselFree(benchmark::State& state, const std::string* name) {
     const std::string& document = Document(*name);
@@ -286,8 +299,11 @@ void RegisterAll() {
         {"tarsel", TarselLoad},     {"rapidjson", RapidJsonLoad}, {"rj_iterative", RapidJsonIterativeLoad},
         {"nlohmann", NlohmannLoad}, {"ptree", PropertyTreeLoad},  {"parse_floor", ParseFloor},
         {"node_floor", NodeFloor}};
-    const std::pair<const char*, Function> saves[] = {
-        {"tarsel", TarselSave}, {"rapidjson", RapidJsonSave}, {"nlohmann", NlohmannSave}, {"ptree", PropertyTreeSave}};
+    const std::pair<const char*, Function> saves[] = {{"tarsel", TarselSave},
+                                                      {"tarsel_exact", TarselSaveExact},
+                                                      {"rapidjson", RapidJsonSave},
+                                                      {"nlohmann", NlohmannSave},
+                                                      {"ptree", PropertyTreeSave}};
     for (const auto& [name, make] : JsonDocumentMakers()) {
         for (const auto& [library, function] : loads) {
             Register("load/" + name + "/" + library, function, &name, 1.0);
@@ -345,6 +361,12 @@ public:
             out << "\n" << operation << ", time for ten times the elements:";
             PrintGrowth(out, row + "10k", row + "100k");
             PrintGrowth(out, row + "100k", row + "1M");
+        }
+        out << "\nsave, time of the exact save (DoubleText::RoundTrip) over the default's:";
+        for (const auto& [name, make] : JsonDocumentMakers()) {
+            const std::string row = "save/" + name;
+            out << "  " << name << " ";
+            PrintFigure(out, 0, Ratio(Get(row, "tarsel_exact").milliseconds, Get(row, "tarsel").milliseconds), 2, "x");
         }
         out << "\n";
     }
