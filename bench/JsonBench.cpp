@@ -83,26 +83,16 @@ void TarselLoad(benchmark::State& state, const std::string* name) {
     SetBytes(state, document);
 }
 
+// Saving with the given double text: the default (SixDigits), or the exact
+// save beside it.
+template <PropertySerializer::DoubleText kDoubleText>
 void TarselSave(benchmark::State& state, const std::string* name) {
     const std::string& document = Document(*name);
     Property tree("root");
     PropertySerializer::Deserialize(tree, new BufferInput(document), false);
     for (auto _ : state) {
         const auto out = MemoryDataOutput::Create();
-        PropertySerializer::Serialize(tree, out, false);
-        benchmark::DoNotOptimize(out->GetData().data());
-    }
-    SetBytes(state, document);
-}
-
-// The exact save (DoubleText::RoundTrip), beside the default one.
-void TarselSaveExact(benchmark::State& state, const std::string* name) {
-    const std::string& document = Document(*name);
-    Property tree("root");
-    PropertySerializer::Deserialize(tree, new BufferInput(document), false);
-    for (auto _ : state) {
-        const auto out = MemoryDataOutput::Create();
-        PropertySerializer::Serialize(tree, out, false, PropertySerializer::DoubleText::RoundTrip);
+        PropertySerializer::Serialize(tree, out, false, kDoubleText);
         benchmark::DoNotOptimize(out->GetData().data());
     }
     SetBytes(state, document);
@@ -299,8 +289,9 @@ void RegisterAll() {
         {"tarsel", TarselLoad},     {"rapidjson", RapidJsonLoad}, {"rj_iterative", RapidJsonIterativeLoad},
         {"nlohmann", NlohmannLoad}, {"ptree", PropertyTreeLoad},  {"parse_floor", ParseFloor},
         {"node_floor", NodeFloor}};
-    const std::pair<const char*, Function> saves[] = {{"tarsel", TarselSave},
-                                                      {"tarsel_exact", TarselSaveExact},
+    using Text = PropertySerializer::DoubleText;
+    const std::pair<const char*, Function> saves[] = {{"tarsel", TarselSave<Text::SixDigits>},
+                                                      {"tarsel_exact", TarselSave<Text::RoundTrip>},
                                                       {"rapidjson", RapidJsonSave},
                                                       {"nlohmann", NlohmannSave},
                                                       {"ptree", PropertyTreeSave}};
