@@ -271,6 +271,8 @@ TEST_F(ToolTest, EachInputGivesItsExitStatusAndAtMostOneErrorLineNamingTheFile) 
     // The library locates by byte; the report counts characters ("é" is two bytes).
     const std::string accents = "{\"caf\xC3\xA9\":1,\n \"\xC3\xA9t\xC3\xA9\":2 x}";
     WriteFile("accents.json", accents);
+    WriteFile("latin1.json", "{\"s\":\"caf\xE9\"}");  // Latin-1, not UTF-8
+    WriteFile("two.json", R"({"a":1,"b":2})");
     WriteFile("secret.json", kSettings);
     ASSERT_EQ(chmod(At("secret.json").c_str(), 0), 0);
     fs::create_directory(At("folder"));
@@ -307,6 +309,10 @@ TEST_F(ToolTest, EachInputGivesItsExitStatusAndAtMostOneErrorLineNamingTheFile) 
          "tarsel: standard input:2:10: missing a comma or '}' after an object member\n"},
         {{"show", "-"}, "[\"a\tb\"]", false, 3, "",
          "tarsel: standard input:1:4: a control character in a string must be escaped\n"},
+        {{"show", "latin1.json"}, "", false, 3, "", "tarsel: latin1.json:1:10: invalid UTF-8\n"},
+        {{"diff", "latin1.json", "two.json"}, "", false, 3, "", "tarsel: latin1.json:1:10: invalid UTF-8\n"},
+        {{"show", "two.json", "--wrap"}, "", false, 3, "",
+         "tarsel: two.json: --wrap unwraps a document of one member, and this one has 2\n"},
         // Files that cannot be read.
         {{"show", "missing.json"}, "", false, 3, "", "tarsel: missing.json: no such file or folder\n"},
         {{"md5", "folder"}, "", false, 3, "", "tarsel: folder: is a folder, not a file\n"},
@@ -324,6 +330,11 @@ TEST_F(ToolTest, EachInputGivesItsExitStatusAndAtMostOneErrorLineNamingTheFile) 
          "tarsel md5: too many arguments; usage: tarsel md5 FILE [--stop MARKER]\n"},
         {{"set", "-", "a", "1"}, "", false, 2, "",
          "tarsel set: set saves FILE back, so FILE cannot be standard input\n"},
+        {{"ratio", "0.333", "--max", "-1"}, "", false, 2, "",
+         "tarsel ratio: the largest denominator must be 1 or more\n"},
+        {{"freename", "", "--ext", "mkv"}, "", false, 2, "", "tarsel freename: PATH must not be empty\n"},
+        {{"freename", "x", "--ext", "a/b"}, "", false, 2, "",
+         "tarsel freename: EXT is an extension, which cannot hold \"/\"\n"},
     };
     for (const auto& c : cases) {
         Launch launch;
@@ -476,13 +487,182 @@ TEST_F(ToolTest, SetChangesOneValueInfersItsTypeAndKeepsThePermissions) {
                            "inside it\n");
 }
 
+// set changes the bytes of the value it names and nothing else: layout,
+// order, arrays, nulls, numbers and escapes elsewhere stay as they were, and
+// what it adds copies the layout of its neighbours.
+TEST_F(ToolTest, SetEditsOnlyTheBytesOfTheValueItNames) {
+    const std::string indented2 = "{\n  \"name\": \"x\",\n  \"video\": {\n    \"width\": 1920\n  }\n}\n";
+    const std::string indented4 = "{\n    \"a\": [\n        1,\n        2\n    ]\n}";
+    const std::string compact = R"({"t":1700000000.123,"files":["a","b"],"n":null})";
+    const struct {
+        std::string before;
+        std::vector<std::string> args;  // PATH VALUE [options]
+        std::string after;
+    } cases[] = {
+        // Compact text: an existing value, a new key, a new nested path.
+        {compact, {"t", "5"}, R"({"t":5,"files":["a","b"],"n":null})"},
+        {compact, {"x", "1"}, R"({"t":1700000000.123,"files":["a","b"],"n":null,"x":1})"},
+        {R"({"a":1})", {"b/c/d", "x"}, R"({"a":1,"b":{"c":{"d":"x"}}})"},
+        {R"({ "a" : 1 })", {"b", "2"}, R"({ "a" : 1, "b" : 2 })"},
+        // Arrays: an element, the next one, and through one.
+        {compact, {"files/1", "c"}, R"({"t":1700000000.123,"files":["a","c"],"n":null})"},
+        {compact, {"/files/2", "d", "--pointer"}, R"({"t":1700000000.123,"files":["a","b","d"],"n":null})"},
+        {R"({"l":[{"k":1}]})", {"l/0/k", "2"}, R"({"l":[{"k":2}]})"},
+        {R"({"l":[]})", {"l/0/k", "2"}, R"({"l":[{"k":2}]})"},
+        {"[1,2]", {"2", "3"}, "[1,2,3]"},
+        // Indented with 2 and 4 spaces and with tabs.
+        {indented2, {"video/width", "1280"},
+         "{\n  \"name\": \"x\",\n  \"video\": {\n    \"width\": 1280\n  }\n}\n"},
+        {indented2, {"video/height", "720"},
+         "{\n  \"name\": \"x\",\n  \"video\": {\n    \"width\": 1920,\n    \"height\": 720\n  }\n}\n"},
+        {indented2, {"audio/rate", "48000"},
+         "{\n  \"name\": \"x\",\n  \"video\": {\n    \"width\": 1920\n  },\n  \"audio\": {\n    \"rate\": "
+         "48000\n  }\n}\n"},
+        {indented4, {"a/2", "3"}, "{\n    \"a\": [\n        1,\n        2,\n        3\n    ]\n}"},
+        {indented4, {"b", "true"}, "{\n    \"a\": [\n        1,\n        2\n    ],\n    \"b\": true\n}"},
+        {"{\n\t\"a\": 1\n}", {"b/c", "x"}, "{\n\t\"a\": 1,\n\t\"b\": {\n\t\t\"c\": \"x\"\n\t}\n}"},
+        {"{\n}", {"a", "1"}, "{\n  \"a\": 1\n}"},
+        {"{}", {"a", "1"}, R"({"a":1})"},
+        // CRLF line ends stay CRLF.
+        {"{\r\n  \"a\": 1\r\n}\r\n", {"b/c", "2"},
+         "{\r\n  \"a\": 1,\r\n  \"b\": {\r\n    \"c\": 2\r\n  }\r\n}\r\n"},
+        // Nulls, integers beyond 2^64, doubles of 17 digits and escapes elsewhere.
+        {R"({"n":null,"big":18446744073709551616,"d":0.30000000000000004,"s":"caf\u00e9\n","m":1})", {"m", "2"},
+         R"({"n":null,"big":18446744073709551616,"d":0.30000000000000004,"s":"caf\u00e9\n","m":2})"},
+        // A repeated key: the occurrence a load keeps, the last.
+        {R"({"k":1,"j":0,"k":2})", {"k", "3"}, R"({"k":1,"j":0,"k":3})"},
+        // A key holding "/", through a pointer.
+        {R"({"dependencies":{"@scope/name":"^1.0"}})", {"/dependencies/@scope~1name", "^2.0", "--pointer"},
+         R"({"dependencies":{"@scope/name":"^2.0"}})"},
+        // Values of every type, doubles exactly, strings escaped.
+        {R"({"v":0})", {"v", "0.1"}, R"({"v":0.1})"},
+        {R"({"v":0})", {"v", "1700000000.123"}, R"({"v":1700000000.123})"},
+        {R"({"v":0})", {"v", "3", "--type", "double"}, R"({"v":3.0})"},
+        {R"({"v":0})", {"v", "say \"hi\"\\"}, R"({"v":"say \"hi\"\\"})"},
+        {R"({"frameRateRatio":"30/1"})", {"frameRateRatio", "24000/1001"}, R"({"frameRateRatio":"24000/1001"})"},
+        {R"({"v":{"deep":[1]}})", {"v", "false"}, R"({"v":false})"},
+    };
+    for (const auto& c : cases) {
+        WriteFile("edit.json", c.before);
+        std::vector<std::string> args = {"set", "edit.json"};
+        args.insert(args.end(), c.args.begin(), c.args.end());
+        const Result result = Run(args);
+        EXPECT_EQ(result.status, 0) << c.before << " " << c.args[0] << "\n" << result.err;
+        const std::string after = ReadFile("edit.json");
+        EXPECT_EQ(after, c.after) << c.before << " " << c.args[0];
+        Property loaded("settings");
+        EXPECT_NO_THROW(PropertySerializer::Deserialize(loaded, MemoryDataInput::Create(after), false)) << after;
+    }
+    EXPECT_EQ(EntryCount(""), 1u);
+
+    // Paths that lead nowhere: the file stays as it was.
+    WriteFile("edit.json", compact);
+    const struct {
+        std::vector<std::string> args;
+        std::string err;
+    } refusals[] = {
+        {{"files/x", "1"}, "tarsel: edit.json: files is an array: 'x' is not an index of it\n"},
+        {{"files/3", "1"}, "tarsel: edit.json: files has 2 elements: only an index up to 2 can be set\n"},
+        {{"t/x", "1"}, "tarsel: edit.json: t is a double, not an object: nothing can be set inside it\n"},
+        {{"frameRateRatio", "1/0", "--type", "string"},
+         "tarsel: edit.json: cannot set: the file would no longer load: frameRateRatio: the ratio 1/0 has a zero "
+         "denominator\n"},
+    };
+    for (const auto& refusal : refusals) {
+        std::vector<std::string> args = {"set", "edit.json"};
+        args.insert(args.end(), refusal.args.begin(), refusal.args.end());
+        const Result result = Run(args);
+        EXPECT_EQ(result.status, 3) << refusal.args[0];
+        EXPECT_EQ(result.err, refusal.err);
+        EXPECT_EQ(ReadFile("edit.json"), compact);
+    }
+}
+
+// Two writers at once: each set holds a lock on the folder while it reads
+// and replaces the file, so no change is lost, and nothing is left behind.
+TEST_F(ToolTest, ConcurrentSetsOfOneFileLoseNothing) {
+    WriteFile("shared.json", "{\n  \"start\": 0\n}\n");
+    constexpr int kSets = 100;
+    std::vector<std::thread> writers;
+    for (int writer = 0; writer < 2; ++writer) {
+        writers.emplace_back([this, writer] {
+            for (int i = 0; i < kSets; ++i) {
+                const Result result =
+                    Run({"set", "shared.json", "w" + std::to_string(writer) + "_" + std::to_string(i), "1"});
+                EXPECT_EQ(result.status, 0) << result.err;
+            }
+        });
+    }
+    for (std::thread& writer : writers) {
+        writer.join();
+    }
+    Property loaded("settings");
+    PropertySerializer::Deserialize(loaded, FileDataInput::Create(At("shared.json")), false);
+    EXPECT_EQ(loaded.Count(), 2u * kSets + 1);
+    for (int writer = 0; writer < 2; ++writer) {
+        for (int i = 0; i < kSets; ++i) {
+            EXPECT_TRUE(loaded.ChildExists("w" + std::to_string(writer) + "_" + std::to_string(i)));
+        }
+    }
+    EXPECT_EQ(EntryCount(""), 1u);
+}
+
+// What replacing would damage is refused, and the file stays byte for
+// byte: a FIFO (its writer's data), a file with other hard links (they
+// would be split off), and, for a user allowed to write the folder, a file
+// the user may not write or does not own (the replacement would be theirs).
+TEST_F(ToolTest, SetRefusesWhatReplacingWouldDamage) {
+    const std::string original = std::string(kSettings);
+    ASSERT_EQ(mkfifo(At("pipe.json").c_str(), 0644), 0);
+    WriteFile("linked.json", original);
+    ASSERT_EQ(link(At("linked.json").c_str(), At("link2.json").c_str()), 0);
+    const struct {
+        std::string file;
+        bool unprivileged;
+        std::string err;
+    } cases[] = {
+        {"pipe.json", false, "tarsel: pipe.json: cannot set: it is a FIFO, not a regular file\n"},
+        {"linked.json", false,
+         "tarsel: linked.json: cannot set: it has 1 other hard link, which replacing it would split off\n"},
+        {"open/readonly.json", true, "tarsel: open/readonly.json: cannot set: permission denied\n"},
+        {"open/theirs.json", true,
+         "tarsel: open/theirs.json: cannot set: it belongs to another user, and replacing it would make it yours\n"},
+    };
+    // A folder anyone may write, holding files of this test's user.
+    fs::create_directory(At("open"));
+    ASSERT_EQ(chmod(At("open").c_str(), 0777), 0);
+    WriteFile("open/readonly.json", original);
+    ASSERT_EQ(chmod(At("open/readonly.json").c_str(), 0644), 0);
+    WriteFile("open/theirs.json", original);
+    ASSERT_EQ(chmod(At("open/theirs.json").c_str(), 0666), 0);
+    for (const auto& c : cases) {
+        if (c.unprivileged && geteuid() != 0) {
+            continue;  // another user's file needs root to make
+        }
+        Launch launch;
+        launch.unprivileged = c.unprivileged;
+        const Result result = Run({"set", c.file, "video/width", "1"}, launch);
+        EXPECT_EQ(result.status, 3) << c.file;
+        EXPECT_EQ(result.err, c.err);
+        if (c.file != "pipe.json") {
+            EXPECT_EQ(ReadFile(c.file), original) << c.file;
+        }
+    }
+    EXPECT_EQ(EntryCount(""), 4u);  // the FIFO, the two links and the folder: no temporary file
+    EXPECT_EQ(EntryCount("open"), 2u);
+}
+
 TEST_F(ToolTest, SetThatCannotSaveLeavesTheFileByteForByte) {
     fs::create_directory(At("locked"));
     const std::string original = std::string(kSettings) + "\n";
     WriteFile("locked/settings.json", original);
-    // A folder the user may not write in: no temporary file can be made.
+    // A folder the user may not write in, holding the user's own file: no
+    // temporary file can be made. (Root runs the tool as nobody.)
     Launch asUser;
     asUser.unprivileged = true;
+    if (geteuid() == 0) {
+        ASSERT_EQ(chown(At("locked/settings.json").c_str(), 65534, 65534), 0);
+    }
     ASSERT_EQ(chmod(At("locked").c_str(), 0555), 0);
     const Result readOnly = Run({"set", "locked/settings.json", "video/width", "1"}, asUser);
     EXPECT_EQ(readOnly.status, 3);
@@ -502,7 +682,7 @@ TEST_F(ToolTest, SetThatCannotSaveLeavesTheFileByteForByte) {
     EXPECT_EQ(EntryCount("locked"), 1u);
 }
 
-TEST_F(ToolTest, DiffUsesTheLibrarysEqualityAndPrintsTheFirstDifference) {
+TEST_F(ToolTest, DiffLibraryUsesTheLibrarysEqualityAndPrintsTheFirstDifference) {
     WriteFile("a.json", kSettings);
     // The same settings in another order, a double within 1e-05.
     WriteFile("same.json", R"({"video":{"hardwareDecoding":true,"codec":"h264","width":1920},)"
@@ -522,17 +702,77 @@ TEST_F(ToolTest, DiffUsesTheLibrarysEqualityAndPrintsTheFirstDifference) {
         {"rate.json", 1, "playback/frameRateRatio: 30000/1001 vs 24000/1001\n"},
         {"fewer.json", 1, "video/codec: h264 vs (missing)\n"},
         {"types.json", 1, "video/width: 1920 (an integer) vs 1920 (a string)\n"},
+        // The library does not compare the names of value children.
+        {"renamed.json", 0, ""},
     };
+    WriteFile("renamed.json", R"({"playback":{"frameRate":29.97,"frameRateRatio":"30000/1001","loudness":0.8},)"
+                              R"("video":{"width":1920,"codec":"h264","hardwareDecoding":true}})");
     for (const auto& c : cases) {
-        const Result result = Run({"diff", "a.json", c.other});
+        const Result result = Run({"diff", "a.json", c.other, "--library"});
         EXPECT_EQ(result.status, c.status) << c.other << "\n" << result.err;
         EXPECT_EQ(result.out, c.out) << c.other;
         EXPECT_EQ(result.err, "") << c.other;
     }
     Launch piped;
     piped.input = kSettings;
-    EXPECT_EQ(Run({"diff", "-", "rate.json"}, piped).out, "playback/frameRateRatio: 30000/1001 vs 24000/1001\n");
+    EXPECT_EQ(Run({"diff", "-", "rate.json", "--library"}, piped).out,
+              "playback/frameRateRatio: 30000/1001 vs 24000/1001\n");
     EXPECT_EQ(Run({"diff", "-", "-"}).status, 2);
+}
+
+// Every difference of the two JSON texts, one a line: names always
+// compared, objects by key in any order, arrays by position, types told
+// apart, doubles exactly unless a tolerance is given.
+TEST_F(ToolTest, DiffComparesTheJsonTextsAndPrintsEveryDifference) {
+    const struct {
+        std::string a;
+        std::string b;
+        std::vector<std::string> options;
+        int status;
+        std::string out;
+    } cases[] = {
+        {R"({"a":1,"b":2})", "{\n  \"b\": 2,\n  \"a\": 1\n}\n", {}, 0, ""},  // order and layout do not count
+        {R"({"a":1,"b":2})", R"({"c":1,"d":2})", {}, 1, "only in A: a\nonly in A: b\nonly in B: c\nonly in B: d\n"},
+        {R"({"A":1})", R"({"a":1})", {}, 1, "only in A: A\nonly in B: a\n"},
+        {R"({"x":{"a":1}})", R"({"x":{"b":1}})", {}, 1, "only in A: x/a\nonly in B: x/b\n"},
+        {R"({"l":[1,2]})", R"({"l":[2,1]})", {}, 1, "l/0: 1 vs 2\nl/1: 2 vs 1\n"},
+        {R"({"files":["a"]})", R"({"files":["a","b","c"]})", {}, 1, "only in B: files/1\nonly in B: files/2\n"},
+        {R"({"video":{"fps":29.97}})", R"({"video":{"fps":"29.97"}})", {}, 1,
+         "video/fps: double 29.97 vs string \"29.97\"\n"},
+        {R"({"n":null,"o":{"k":1}})", R"({"n":{},"o":[1]})", {}, 1,
+         "n: null vs an object of 0 members\no: an object of 1 member vs an array of 1 element\n"},
+        {R"({"w":1})", R"({"w":1.0})", {}, 1, "w: integer 1 vs double 1.0\n"},
+        {R"({"w":1})", R"({"w":1.0})", {"--numeric"}, 0, ""},
+        {R"({"d":1e-7})", R"({"d":2e-7})", {}, 1, "d: 1e-7 vs 2e-7\n"},
+        {R"({"d":1e-7})", R"({"d":2e-7})", {"--tolerance", "1e-6"}, 0, ""},
+        {R"({"d":1e-7})", R"({"d":2e-7})", {"--relative", "0.1"}, 1, "d: 1e-7 vs 2e-7\n"},
+        {R"({"d":1e-7})", R"({"d":2e-7})", {"--relative", "0.6"}, 0, ""},
+        {R"({"d":1e20})", R"({"d":1.00001e20})", {"--relative", "1e-4"}, 0, ""},
+        {R"({"d":0.1})", R"({"d":0.10000000000000001})", {}, 0, ""},  // the same double
+        // Beyond the library's numbers: integers of any size, exactly.
+        {R"({"big":18446744073709551616})", R"({"big":18446744073709551617})", {}, 1,
+         "big: 18446744073709551616 vs 18446744073709551617\n"},
+        {R"({"k":1,"k":2})", R"({"k":2})", {}, 0, ""},  // a repeated key: the last one, as a load keeps
+        {"[1]", "[2]", {}, 1, "0: 1 vs 2\n"},
+        {R"({"a":1,"b":2,"c":3,"d":4,"e":5})", R"({"a":0,"b":0,"c":0,"d":0,"e":0})", {"--max", "2"}, 1,
+         "a: 1 vs 0\nb: 2 vs 0\n\u2026 and 3 more\n"},
+    };
+    for (const auto& c : cases) {
+        WriteFile("a.json", c.a);
+        WriteFile("b.json", c.b);
+        std::vector<std::string> args = {"diff", "a.json", "b.json"};
+        args.insert(args.end(), c.options.begin(), c.options.end());
+        const Result result = Run(args);
+        EXPECT_EQ(result.status, c.status) << c.a << " / " << c.b << "\n" << result.err;
+        EXPECT_EQ(result.out, c.out) << c.a << " / " << c.b;
+        EXPECT_EQ(result.err, "") << c.a << " / " << c.b;
+    }
+    WriteFile("a.json", "{}");
+    EXPECT_EQ(Run({"diff", "a.json", "a.json", "--relative", "-1"}).status, 2);
+    EXPECT_EQ(Run({"diff", "a.json", "a.json", "--max", "-1"}).status, 2);
+    // A file that does not parse is reported where it fails.
+    WriteFile("b.json", "{\"a\":1,}");
+    EXPECT_EQ(Run({"diff", "a.json", "b.json"}).err, "tarsel: b.json:1:8: missing a member name in double quotes\n");
 }
 
 TEST_F(ToolTest, VersionIsTheLibrarysVersion) {

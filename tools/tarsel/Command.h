@@ -22,6 +22,10 @@ enum ExitStatus {
     kFailed = 3,
 };
 
+// The help of the --pointer option of the commands that take a PATH.
+inline constexpr const char* kPointerHelp = "PATH is an RFC 6901 JSON pointer, so that a name may hold \"/\": "
+                                            "/dependencies/@scope~1name";
+
 struct Command {
     const char* name;
     const char* summary;

@@ -15,7 +15,6 @@
 #include <boost/rational.hpp>
 
 #include <exception>
-#include <fstream>
 #include <iostream>
 #include <new>
 #include <optional>
@@ -35,7 +34,7 @@ namespace {
 struct AboutFile {
     std::string name;
     const char* doing;
-    DocumentBytes bytes;
+    std::shared_ptr<const std::string> text;
     std::exception_ptr cause;
 };
 
@@ -71,53 +70,37 @@ struct Located {
     std::string reason;
 };
 
+std::optional<Located> LocationOf(const boost::exception& e) {
+    const auto* offset = boost::get_error_info<JsonException::TagParseOffset>(e);
+    const auto* line = boost::get_error_info<JsonException::TagParseLine>(e);
+    const auto* column = boost::get_error_info<JsonException::TagParseColumn>(e);
+    const auto* reason = boost::get_error_info<JsonException::TagParseReason>(e);
+    if (offset != nullptr && line != nullptr && column != nullptr && reason != nullptr) {
+        return Located{*offset, *line, *column, *reason};
+    }
+    return std::nullopt;
+}
+
 std::optional<Located> LocationOf(const std::exception_ptr& cause) {
     try {
         std::rethrow_exception(cause);
     } catch (const boost::exception& e) {
-        const auto* offset = boost::get_error_info<JsonException::TagParseOffset>(e);
-        const auto* line = boost::get_error_info<JsonException::TagParseLine>(e);
-        const auto* column = boost::get_error_info<JsonException::TagParseColumn>(e);
-        const auto* reason = boost::get_error_info<JsonException::TagParseReason>(e);
-        if (offset != nullptr && line != nullptr && column != nullptr && reason != nullptr) {
-            return Located{*offset, *line, *column, *reason};
-        }
+        return LocationOf(e);
     } catch (...) {
     }
     return std::nullopt;
 }
 
-// The bytes of the document from offset begin to end, read again from its
-// file when it was not kept; nothing when they cannot be had.
-std::optional<std::string> BytesBetween(const DocumentBytes& bytes, std::size_t begin, std::size_t end) {
-    if (bytes.text) {
-        if (end > bytes.text->size()) {
-            return std::nullopt;
-        }
-        return bytes.text->substr(begin, end - begin);
-    }
-    if (bytes.file.empty()) {
-        return std::nullopt;
-    }
-    std::ifstream file(bytes.file, std::ios::binary);
-    std::string text(end - begin, '\0');
-    if (!file.seekg(static_cast<std::streamoff>(begin)) ||
-        !file.read(text.data(), static_cast<std::streamsize>(text.size()))) {
-        return std::nullopt;
-    }
-    return text;
-}
-
 // The column of a located failure counted in characters (UTF-8 sequences),
-// as an editor shows it; in bytes when the line cannot be read again.
-std::size_t CharacterColumn(const DocumentBytes& bytes, const Located& where) {
-    const std::optional<std::string> line = BytesBetween(bytes, where.offset - (where.column - 1), where.offset);
-    if (!line) {
+// as an editor shows it; in bytes when the text was not kept.
+std::size_t CharacterColumn(const std::shared_ptr<const std::string>& text, const Located& where) {
+    const std::size_t lineStart = where.offset - (where.column - 1);
+    if (!text || where.offset > text->size()) {
         return where.column;
     }
     std::size_t column = 1;
-    for (const char byte : *line) {
-        if ((static_cast<unsigned char>(byte) & 0xC0) != 0x80) {
+    for (std::size_t i = lineStart; i < where.offset; ++i) {
+        if ((static_cast<unsigned char>((*text)[i]) & 0xC0) != 0x80) {
             ++column;
         }
     }
@@ -156,7 +139,7 @@ Report ClassifyAbout(const AboutFile& about) {
         report.status = kFailed;
         if (const auto where = LocationOf(cause)) {
             report.subject +=
-                ":" + std::to_string(where->line) + ":" + std::to_string(CharacterColumn(about.bytes, *where));
+                ":" + std::to_string(where->line) + ":" + std::to_string(CharacterColumn(about.text, *where));
             report.reason = where->reason;
         }
     }
@@ -206,8 +189,17 @@ std::string DiagnosticInformation(const std::exception_ptr& error) {
 
 }  // namespace
 
-void RethrowAbout(const std::string& name, const char* doing, DocumentBytes bytes) {
-    throw AboutFile{name, doing, std::move(bytes), std::current_exception()};
+void RethrowAbout(const std::string& name, const char* doing, std::shared_ptr<const std::string> text) {
+    throw AboutFile{name, doing, std::move(text), std::current_exception()};
+}
+
+std::string LoadRefusalReason(const std::exception& e) {
+    if (const auto* records = dynamic_cast<const boost::exception*>(&e)) {
+        if (const auto where = LocationOf(*records)) {
+            return where->reason;
+        }
+    }
+    return Tarsel::ErrorMessage(e);
 }
 
 int ReportFailure(const std::string& command, bool verbose) {

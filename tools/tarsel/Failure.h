@@ -24,21 +24,19 @@ private:
     std::string m_subject;
 };
 
-// Where the bytes of a JSON document are found again, to count the
-// characters before a failure on its line: the text itself (kept when it
-// came through a pipe), or the file on the disk it was loaded from.
-struct DocumentBytes {
-    std::shared_ptr<const std::string> text;
-    std::string file;
-};
-
 // Rethrows the exception in flight wrapped with the file it concerns, so
 // that the report names the file: name as the user wrote it ("standard
 // input" for "-"), doing what was being attempted ("cannot save"; empty
-// while reading), and, for a JSON document, where its bytes are, so that a
-// located failure to load it is reported by line and character. Call only
-// inside a catch block.
-[[noreturn]] void RethrowAbout(const std::string& name, const char* doing, DocumentBytes bytes = {});
+// while reading), and, for a JSON document, its text, so that a located
+// failure to load it is reported by line and character. Call only inside a
+// catch block.
+[[noreturn]] void RethrowAbout(const std::string& name, const char* doing,
+                               std::shared_ptr<const std::string> text = nullptr);
+
+// Why the library refused to load a text, as a report words it: where it
+// located the failure, its reason ("playback/frameRateRatio: the ratio 1/0
+// has a zero denominator"); otherwise its message.
+std::string LoadRefusalReason(const std::exception& e);
 
 // The system's error number errorNumber in the user's words: "permission
 // denied", "is a folder, not a file", "no space left on the disk".

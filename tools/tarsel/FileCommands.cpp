@@ -28,6 +28,12 @@ int RunFreeName(const std::vector<std::string>& args) {
     po::positional_options_description positional;
     positional.add("path", 1);
     ParseOrExit(args, "tarsel freename PATH --ext EXT [--number-only] [--reserve PATH]...", options, positional);
+    if (path.empty()) {
+        throw UsageError("PATH must not be empty");
+    }
+    if (extension.find('/') != std::string::npos) {
+        throw UsageError("EXT is an extension, which cannot hold \"/\"");
+    }
     const std::set<ioPath> taken(reserved.begin(), reserved.end());
     ioPath result = path;
     try {

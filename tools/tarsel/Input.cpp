@@ -4,10 +4,9 @@
 
 #include "Command.h"
 #include "Failure.h"
+#include "JsonText.h"
 
 #include <Core/Interfaces/PropertySerializer.h>
-
-#include <boost/filesystem/operations.hpp>
 
 #include <cerrno>
 #include <cstdio>
@@ -112,35 +111,46 @@ std::shared_ptr<const std::string> ReadText(IDataInput& input) {
     return text;
 }
 
-// A file that FileDataInput reads from the disk, which can be read again.
-bool IsOnDisk(const std::string& file) {
-    boost::system::error_code error;
-    return file != "-" && boost::filesystem::is_regular_file(file, error) &&
-           boost::filesystem::file_size(file, error) > 0 && !error;
-}
-
 }  // namespace
 
-Document LoadDocument(const std::string& file, bool wrap) {
+std::shared_ptr<const std::string> ReadDocumentText(const std::string& file) {
     const boost::intrusive_ptr<IDataInput> input = OpenInput(file);
+    std::shared_ptr<const std::string> text;
+    try {
+        text = ReadText(*input);
+    } catch (...) {
+        RethrowAbout(DisplayName(file), "");
+    }
+    const std::size_t invalid = FirstInvalidUtf8(*text);
+    if (invalid != std::string::npos) {
+        const TextPlace place = PlaceOf(*text, invalid);
+        throw ToolFailure(kFailed, DisplayName(file) + ":" + std::to_string(place.line) + ":" +
+                                       std::to_string(place.column),
+                          "invalid UTF-8");
+    }
+    return text;
+}
+
+Document LoadDocument(const std::string& file, bool wrap) {
     Document document;
     document.name = DisplayName(file);
-    // The library locates a failure by line and byte; the report counts
-    // the characters before it on its line. A file on the disk can be read
-    // again for that line, so that a load that succeeds holds the text only
-    // once, in the library; anything else (a pipe, standard input) cannot
-    // be read twice, so the text is kept.
-    DocumentBytes bytes;
+    document.text = ReadDocumentText(file);
     try {
-        if (IsOnDisk(file)) {
-            bytes.file = file;
-            PropertySerializer::Deserialize(document.tree, input, wrap);
-        } else {
-            bytes.text = ReadText(*input);
-            PropertySerializer::Deserialize(document.tree, new TextInput(bytes.text), wrap);
-        }
+        PropertySerializer::Deserialize(document.tree, new TextInput(document.text), false);
     } catch (...) {
-        RethrowAbout(document.name, "", std::move(bytes));
+        RethrowAbout(document.name, "", document.text);
+    }
+    if (wrap) {
+        const std::size_t members = document.tree.Count();
+        if (members != 1) {
+            throw ToolFailure(kFailed, document.name,
+                              members == 0 ? std::string("nothing to unwrap: the document has no member")
+                                           : "--wrap unwraps a document of one member, and this one has " +
+                                                 std::to_string(members));
+        }
+        Property first(std::string{});
+        first.Swap(document.tree[std::size_t{0}]);
+        document.tree.Swap(first);
     }
     return document;
 }

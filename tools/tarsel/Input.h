@@ -8,6 +8,7 @@
 
 #include <boost/intrusive_ptr.hpp>
 
+#include <memory>
 #include <ostream>
 #include <string>
 
@@ -20,15 +21,23 @@ std::string DisplayName(const std::string& file);
 // Failures are reported against file (see RethrowAbout).
 boost::intrusive_ptr<Tarsel::Core::IDataInput> OpenInput(const std::string& file);
 
-// A JSON settings file loaded into a tree, and its name in reports.
+// A JSON settings file loaded into a tree, its text, and its name in
+// reports.
 struct Document {
     std::string name;
+    std::shared_ptr<const std::string> text;
     Tarsel::Core::Property tree{"settings"};
 };
 
-// Loads file ("-": standard input), the root unwrapped when wrap is set.
-// Failures are reported against file, a JSON text's with the line and
-// column where it fails (see RethrowAbout).
+// The text of file ("-": standard input), which must be UTF-8: a byte that
+// is not is reported as FILE:LINE:COLUMN "invalid UTF-8", whatever the
+// library would make of it. Failures are reported against file.
+std::shared_ptr<const std::string> ReadDocumentText(const std::string& file);
+
+// Loads file ("-": standard input), the root unwrapped when wrap is set,
+// which requires a root of exactly one member. Failures are reported
+// against file, a JSON text's with the line and column where it fails (see
+// RethrowAbout).
 Document LoadDocument(const std::string& file, bool wrap);
 
 // Standard output through one large buffer: the library's tree printer

@@ -61,6 +61,11 @@ int RunRatio(const std::vector<std::string>& args) {
     po::positional_options_description positional;
     positional.add("number", 1);
     const auto values = ParseOrExit(args, "tarsel ratio NUMBER [--max DENOMINATOR]", options, positional);
+    // The library takes a bound below 1 as 1; a user who typed one meant
+    // something else.
+    if (values["max"].as<long long>() < 1) {
+        throw UsageError("the largest denominator must be 1 or more");
+    }
     Ratio ratio;
     try {
         ratio = RatioFromDoubleApprox(values["number"].as<double>(), values["max"].as<long long>());
