@@ -1,6 +1,6 @@
 // The text a saved double must have, built independently of the writer, and
 // the doubles where that text is hardest to get right; the serializer tests,
-// the JSON fuzz target and the double-text benchmark check against it.
+// the JSON fuzz targets and the double-text benchmark check against it.
 #pragma once
 
 #include <cfloat>
@@ -64,6 +64,25 @@ inline std::vector<double> BoundaryDoubles(int steps) {
     const std::size_t positives = values.size();
     for (std::size_t i = 2; i < positives; ++i) {
         values.push_back(-values[i]);
+    }
+    return values;
+}
+
+// Every power of two a double holds, 2^-1074 to 2^1023, where the spacing
+// of doubles changes, with steps neighbours on each side, of both signs.
+inline std::vector<double> PowerOfTwoDoubles(int steps) {
+    std::vector<double> values;
+    for (int exponent = -1074; exponent <= 1023; ++exponent) {
+        double below = std::ldexp(1.0, exponent);
+        double above = below;
+        values.insert(values.end(), {below, -below});
+        for (int step = 0; step < steps; ++step) {
+            below = std::nextafter(below, 0.0);
+            if (above < DBL_MAX) {
+                above = std::nextafter(above, DBL_MAX);
+            }
+            values.insert(values.end(), {below, above, -below, -above});
+        }
     }
     return values;
 }
