@@ -14,7 +14,7 @@ SANITIZER_ENV = ASAN_OPTIONS=detect_leaks=1:halt_on_error=1:abort_on_error=1:det
 # the project's code to warnings as errors.
 configure = cmake --preset $(1) -B $(BUILD)/$(2) -DTARSEL_WERROR=ON $(3) $(CMAKE_FLAGS) > /dev/null
 
-.PHONY: all demo test test-release sanitize bench install install-check check-macos deps clean
+.PHONY: all demo test test-release sanitize bench install install-check check-macos check-arm64 deps clean
 .PHONY: fuzz tsan coverage
 
 all: test
@@ -118,6 +118,16 @@ install: deps
 check-macos:
 	@scripts/install-deps --with-macos-check
 	@scripts/check-macos $(BUILD)/check-macos
+
+# The test build for aarch64 Linux, the instruction set of current Macs,
+# cross-compiled and run under qemu's user-mode emulator (the arm64 preset,
+# cmake/toolchains/aarch64-linux.cmake): the whole suite, the tool tests
+# starting the tool through the emulator too.
+check-arm64:
+	@scripts/install-deps --with-arm64
+	@$(call configure,arm64,arm64)
+	@cmake --build $(BUILD)/arm64 -j $(JOBS)
+	QEMU_LD_PREFIX=/ ctest --test-dir $(BUILD)/arm64 --output-on-failure -j $(JOBS)
 
 # The Debug build of `make test`, installed into a scratch prefix that is then
 # moved, as a packager or a user may move it; then, against the moved prefix:

@@ -18,6 +18,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -137,10 +138,28 @@ void DropProfileErrors(std::string* err) {
     err->swap(kept);
 }
 
+// The command that starts a program of this build: nothing on the machine
+// it was built for, the emulator elsewhere (TARSEL_TOOL_EMULATOR, its words
+// "|"-separated, the program's path first).
+std::vector<std::string> EmulatorCommand() {
+    std::vector<std::string> words;
+#ifdef TARSEL_TOOL_EMULATOR
+    std::string_view text = TARSEL_TOOL_EMULATOR;
+    for (std::size_t bar = text.find('|'); !text.empty(); bar = text.find('|')) {
+        words.emplace_back(text.substr(0, bar));
+        text.remove_prefix(bar == std::string_view::npos ? text.size() : bar + 1);
+    }
+#endif
+    return words;
+}
+
 Result RunIn(const std::string& tool, const fs::path& folder, const std::vector<std::string>& args,
              const Launch& launch) {
-    std::vector<std::string> argvTexts = {"tarsel"};
+    static const std::vector<std::string> emulator = EmulatorCommand();
+    std::vector<std::string> argvTexts = emulator;
+    argvTexts.push_back(emulator.empty() ? "tarsel" : tool);
     argvTexts.insert(argvTexts.end(), args.begin(), args.end());
+    const std::string program = emulator.empty() ? tool : emulator[0];
     std::vector<std::string> envTexts(launch.extraEnvironment);
     for (char** variable = environ; *variable != nullptr; ++variable) {
         envTexts.emplace_back(*variable);
@@ -157,7 +176,7 @@ Result RunIn(const std::string& tool, const fs::path& folder, const std::vector<
     EXPECT_EQ(pipe(err), 0);
     const pid_t child = fork();
     if (child == 0) {
-        BecomeTool(tool.c_str(), launch, in, out, err, folderText.c_str(), argv.data(), envp.data());
+        BecomeTool(program.c_str(), launch, in, out, err, folderText.c_str(), argv.data(), envp.data());
     }
     close(in[0]);
     close(out[1]);
