@@ -263,6 +263,7 @@ TEST(PropertyChildren, EmptyNamesAreRefusedBeforeTheTypeIsChecked) {
     }
     try {
         Property("x").AddWithName("", Property("v", 1));
+        ADD_FAILURE() << "nothing was thrown";
     } catch (const boost::exception& e) {
         EXPECT_STREQ(
             Info<boost::throw_function>(e),
