@@ -207,17 +207,25 @@ TEST(PropertyChildren, OperationsOnANonContainerAreRefusedWithTheirNamesAndLeave
     const struct {
         const char* method;
         Op op;
-        const char* function = nullptr;  // checked for one operation of each signature shape
+        const char* function = nullptr;  // the function text recorded, where a case checks it
     } cases[] = {
         {"SetChild", [](Property& p) { p.SetChild("n"); }},
         {"SetChild", [](Property& p) { p.SetChild("n", Property("v", 1)); }},
         {"SetChildT", [](Property& p) { p.SetChild("n", "v"); },
          "Tarsel::Core::Property &Tarsel::Core::Property::SetChildT(const std::string &, const std::basic_string<char> "
          "&)"},
-        {"SetChildT", [](Property& p) { p.SetChildT<long long>("n", 1); }},
-        {"SetChildT", [](Property& p) { p.SetChildT<double>("n", 1); }},
-        {"CreateChildT", [](Property& p) { p.CreateChildT<long long>("n", 1); }},
-        {"CreateChildT", [](Property& p) { p.CreateChildT<std::string>("n", "v"); }},
+        {"SetChildT", [](Property& p) { p.SetChildT<long long>("n", 1); },
+         "Tarsel::Core::Property &Tarsel::Core::Property::SetChildT(const std::string &, const long long &)"},
+        {"SetChildT", [](Property& p) { p.SetChildT<double>("n", 1); },
+         "Tarsel::Core::Property &Tarsel::Core::Property::SetChildT(const std::string &, const double &)"},
+        // Any other value type is named as the demangler spells it.
+        {"SetChildT", [](Property& p) { p.SetChildT<bool>("n", true); },
+         "Tarsel::Core::Property &Tarsel::Core::Property::SetChildT(const std::string &, const bool &)"},
+        {"CreateChildT", [](Property& p) { p.CreateChildT<long long>("n", 1); },
+         "Tarsel::Core::Property &Tarsel::Core::Property::CreateChildT(const std::string &, const long long &)"},
+        {"CreateChildT", [](Property& p) { p.CreateChildT<std::string>("n", "v"); },
+         "Tarsel::Core::Property &Tarsel::Core::Property::CreateChildT(const std::string &, const "
+         "std::basic_string<char> &)"},
         {"Add", [](Property& p) { p.Add(Property("v", 1)); }},
         {"RemoveChild", [](Property& p) { p.RemoveChild("n"); }},
         {"RemoveChild", [](Property& p) { p.RemoveChild(0); }, "void Tarsel::Core::Property::RemoveChild(size_t)"},

@@ -4,6 +4,7 @@
 
 #include <Core/Interfaces/Exceptions.h>
 #include <Core/Interfaces/internal/RequireStream.h>
+#include <Core/Interfaces/internal/ThrowSignatures.h>
 #include <Core/Interfaces/internal/WholeInput.h>
 
 #include <boost/random/mersenne_twister.hpp>
@@ -20,9 +21,6 @@ namespace Tarsel::Core {
 
 namespace {
 
-constexpr const char* kMD5GenerateSignature =
-    "std::vector<unsigned char> Tarsel::Core::MD5Generate(boost::intrusive_ptr<IDataInput>, const std::string &)";
-
 // The length of the prefix of bytes before the leftmost stopMarker.
 std::size_t LengthBeforeMarker(std::string_view bytes, const std::string& stopMarker) {
     if (stopMarker.empty()) {
@@ -35,13 +33,13 @@ std::size_t LengthBeforeMarker(std::string_view bytes, const std::string& stopMa
 }  // namespace
 
 std::vector<unsigned char> MD5Generate(boost::intrusive_ptr<IDataInput> input, const std::string& stopMarker) {
-    const WholeInput whole = ReadWholeInput(RequireStream(input, "input", TARSEL_THROW_SITE(kMD5GenerateSignature)), 0);
+    const WholeInput whole = ReadWholeInput(RequireStream(input, "input", TARSEL_THROW_SITE(Signatures::MD5Generate)), 0);
     const std::size_t length = LengthBeforeMarker(std::string_view(whole.bytes.get(), whole.size), stopMarker);
 
     std::vector<unsigned char> digest(EVP_MAX_MD_SIZE);
     unsigned int digestLength = 0;
     if (EVP_Digest(whole.bytes.get(), length, digest.data(), &digestLength, EVP_md5(), nullptr) != 1) {
-        ThrowWithCallStack(TARSEL_THROW_SITE(kMD5GenerateSignature), CoreException(),
+        ThrowWithCallStack(TARSEL_THROW_SITE(Signatures::MD5Generate), CoreException(),
                            TagDescription("MD5 digest is not available"));
     }
     digest.resize(digestLength);

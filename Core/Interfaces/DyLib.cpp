@@ -6,6 +6,7 @@
 
 #include <Core/Interfaces/Exceptions.h>
 #include <Core/Interfaces/internal/Platform.h>
+#include <Core/Interfaces/internal/ThrowSignatures.h>
 
 #include <boost/format.hpp>
 
@@ -121,7 +122,7 @@ ioPath GetLibraryPath(SysPaths sysPath) {
     case SysPathLocalLib:
         return Platform::kLocalLibFolder;
     }
-    ThrowWithCallStack(TARSEL_THROW_SITE("Tarsel::ioPath Tarsel::Core::GetLibraryPath(Tarsel::Core::SysPaths)"),
+    ThrowWithCallStack(TARSEL_THROW_SITE(Signatures::GetLibraryPath),
                        std::logic_error("undefined value of variable 'sysPath'"));
 }
 

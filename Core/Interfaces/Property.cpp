@@ -1,8 +1,15 @@
 // This file implements Property values, children and paths.
 #include <Core/Interfaces/Property.h>
 
+#include <Core/Interfaces/internal/ThrowSignatures.h>
+
+#include <boost/core/demangle.hpp>
+
 #include <iterator>
+#include <map>
+#include <mutex>
 #include <type_traits>
+#include <typeindex>
 #include <utility>
 #include <vector>
 
@@ -184,19 +191,19 @@ const T& Property::Get(PropertyTypes required, const ThrowSite& site) const {
 }
 
 bool Property::GetBool() const {
-    return Get<bool>(TypeBool, TARSEL_THROW_SITE("bool Tarsel::Core::Property::GetBool() const"));
+    return Get<bool>(TypeBool, TARSEL_THROW_SITE(Signatures::GetBool));
 }
 double Property::GetDouble() const {
-    return Get<double>(TypeDouble, TARSEL_THROW_SITE("double Tarsel::Core::Property::GetDouble() const"));
+    return Get<double>(TypeDouble, TARSEL_THROW_SITE(Signatures::GetDouble));
 }
 boost::int64_t Property::GetInt64() const {
-    return Get<long long>(TypeInt64, TARSEL_THROW_SITE("boost::int64_t Tarsel::Core::Property::GetInt64() const"));
+    return Get<long long>(TypeInt64, TARSEL_THROW_SITE(Signatures::GetInt64));
 }
 std::string Property::GetString() const {
-    return Get<std::string>(TypeString, TARSEL_THROW_SITE("std::string Tarsel::Core::Property::GetString() const"));
+    return Get<std::string>(TypeString, TARSEL_THROW_SITE(Signatures::GetString));
 }
 Ratio Property::GetRatio() const {
-    return Get<Ratio>(TypeRatio, TARSEL_THROW_SITE("Ratio Tarsel::Core::Property::GetRatio() const"));
+    return Get<Ratio>(TypeRatio, TARSEL_THROW_SITE(Signatures::GetRatio));
 }
 
 template <>
@@ -230,12 +237,29 @@ Ratio GetValue<Ratio>(const Property& property) {
 
 void Property::DifferentTypeError(PropertyTypes other) const {
     ThrowWithCallStack(
-        TARSEL_THROW_SITE("void Tarsel::Core::Property::DifferentTypeError(Tarsel::PropertyTypes) const"),
+        TARSEL_THROW_SITE(Signatures::DifferentTypeError),
         ComparedPropertiesHaveDifferentTypes(), PropertyException::TagPropertyName(m_name),
         PropertyException::TagPropertyType(GetType()), PropertyException::TagOtherPropertyType(other));
 }
 
 // --- Checks shared by the child operations --------------------------------
+
+const char* Property::ChildTFunction(ChildTemplate which, const std::type_info& valueType) {
+    static std::mutex mutex;
+    static std::map<std::pair<ChildTemplate, std::type_index>, std::string> texts;
+    const std::lock_guard<std::mutex> lock(mutex);
+    const auto [it, made] = texts.try_emplace({which, std::type_index(valueType)});
+    if (made) {
+        std::string text = which == ChildTemplate::Set ? Signatures::SetChildT : Signatures::CreateChildT;
+        // std::string is spelled as clang spells the template it names.
+        const std::string type =
+            valueType == typeid(std::string) ? "std::basic_string<char>" : boost::core::demangle(valueType.name());
+        const std::string placeholder = "const T &";
+        it->second = text.replace(text.rfind(placeholder), placeholder.size(), "const " + type + " &");
+    }
+    return it->second.c_str();
+}
+
 
 void Property::ThrowMethodIsNotApplicable(const char* method, const ThrowSite& site) const {
     ThrowWithCallStack(site, MethodIsNotApplicable(), PropertyException::TagPropertyName(m_name),
@@ -298,7 +322,7 @@ Property::const_iterator Property::FindChild(const std::string& name) const {
 
 Property& Property::SetChild(const std::string& name) {
     const ThrowSite site =
-        TARSEL_THROW_SITE("Tarsel::Core::Property &Tarsel::Core::Property::SetChild(const std::string &)");
+        TARSEL_THROW_SITE(Signatures::SetChild);
     RequireName(name, site);
     RequireArray("SetChild", site);
     const iterator found = FindChild(name);
@@ -311,8 +335,7 @@ Property& Property::SetChild(const std::string& name) {
 }
 
 Property& Property::SetChild(const std::string& name, const Property& value) {
-    const ThrowSite site = TARSEL_THROW_SITE(
-        "Tarsel::Core::Property &Tarsel::Core::Property::SetChild(const std::string &, const Tarsel::Core::Property &)");
+    const ThrowSite site = TARSEL_THROW_SITE(Signatures::SetChildToValue);
     RequireName(name, site);
     RequireArray("SetChild", site);
     const iterator found = FindChild(name);
@@ -328,16 +351,14 @@ Property& Property::SetChild(const std::string& name, const char* value) {
 }
 
 Property& Property::Add(const Property& child) {
-    RequireArray("Add", TARSEL_THROW_SITE(
-                            "Tarsel::Core::Property &Tarsel::Core::Property::Add(const Tarsel::Core::Property &)"));
+    RequireArray("Add", TARSEL_THROW_SITE(Signatures::Add));
     Property copy(child);
     copy.m_name = std::to_string(m_children.size());
     return AppendChild(copy);
 }
 
 Property& Property::AddWithName(const std::string& name, Property child) {
-    RequireName(name, TARSEL_THROW_SITE("Tarsel::Core::Property &Tarsel::Core::Property::AddWithName(const "
-                                        "std::string &, Tarsel::Core::Property)"));
+    RequireName(name, TARSEL_THROW_SITE(Signatures::AddWithName));
     child.m_name = name;
     // A child moved in still has a leaf's children (the move constructor
     // copies them along); the appended copy leaves them behind.
@@ -353,7 +374,7 @@ void Property::SetArrayType() {
 }
 
 void Property::RemoveChild(const std::string& name) {
-    const ThrowSite site = TARSEL_THROW_SITE("void Tarsel::Core::Property::RemoveChild(const std::string &)");
+    const ThrowSite site = TARSEL_THROW_SITE(Signatures::RemoveChildByName);
     RequireArray("RemoveChild", site);
     const iterator found = FindChild(name);
     if (found == m_children.end()) {
@@ -363,44 +384,41 @@ void Property::RemoveChild(const std::string& name) {
 }
 
 void Property::RemoveChild(std::size_t index) {
-    RequireArray("RemoveChild", TARSEL_THROW_SITE("void Tarsel::Core::Property::RemoveChild(size_t)"));
+    RequireArray("RemoveChild", TARSEL_THROW_SITE(Signatures::RemoveChildAt));
     m_children.erase(GetItemIterator(index));
 }
 
 Property::ChildListType::iterator Property::GetItemIterator(std::size_t index) {
     if (index >= m_children.size()) {
-        ThrowIndexIsOutOfBound(index, TARSEL_THROW_SITE("Property::ChildListType::iterator "
-                                                        "Tarsel::Core::Property::GetItemIterator(size_t)"));
+        ThrowIndexIsOutOfBound(index, TARSEL_THROW_SITE(Signatures::GetItemIterator));
     }
     return std::next(m_children.begin(), static_cast<std::ptrdiff_t>(index));
 }
 
 Property::ChildListType::const_iterator Property::GetItemIterator(std::size_t index) const {
     if (index >= m_children.size()) {
-        ThrowIndexIsOutOfBound(index, TARSEL_THROW_SITE("Property::ChildListType::const_iterator "
-                                                        "Tarsel::Core::Property::GetItemIterator(size_t) const"));
+        ThrowIndexIsOutOfBound(index, TARSEL_THROW_SITE(Signatures::GetItemIteratorConst));
     }
     return std::next(m_children.begin(), static_cast<std::ptrdiff_t>(index));
 }
 
 std::size_t Property::Count() const {
-    RequireArray("Count", TARSEL_THROW_SITE("size_t Tarsel::Core::Property::Count() const"));
+    RequireArray("Count", TARSEL_THROW_SITE(Signatures::Count));
     return m_children.size();
 }
 
 void Property::RemoveAll() {
-    RequireArray("RemoveAll", TARSEL_THROW_SITE("void Tarsel::Core::Property::RemoveAll()"));
+    RequireArray("RemoveAll", TARSEL_THROW_SITE(Signatures::RemoveAll));
     m_children.clear();
 }
 
 bool Property::ChildExists(const std::string& name) const {
-    RequireArray("ChildExists", TARSEL_THROW_SITE("bool Tarsel::Core::Property::ChildExists(const std::string &) const"));
+    RequireArray("ChildExists", TARSEL_THROW_SITE(Signatures::ChildExists));
     return FindChildByName(name) != nullptr;
 }
 
 const Property& Property::operator[](const std::string& name) const {
-    const ThrowSite site = TARSEL_THROW_SITE(
-        "const Tarsel::Core::Property &Tarsel::Core::Property::operator[](const std::string &) const");
+    const ThrowSite site = TARSEL_THROW_SITE(Signatures::ChildByName);
     RequireArray("operator[]", site);
     const Property* child = FindChildByName(name);
     if (child == nullptr) {
@@ -411,7 +429,7 @@ const Property& Property::operator[](const std::string& name) const {
 
 const Property& Property::operator[](std::size_t index) const {
     RequireArray("operator[]",
-                 TARSEL_THROW_SITE("const Tarsel::Core::Property &Tarsel::Core::Property::operator[](size_t) const"));
+                 TARSEL_THROW_SITE(Signatures::ChildAt));
     return *GetItemIterator(index);
 }
 
@@ -424,36 +442,36 @@ Property& Property::operator[](std::size_t index) {
 }
 
 Property::iterator Property::begin() {
-    RequireArray("begin", TARSEL_THROW_SITE("Property::iterator Tarsel::Core::Property::begin()"));
+    RequireArray("begin", TARSEL_THROW_SITE(Signatures::Begin));
     return m_children.begin();
 }
 Property::const_iterator Property::begin() const {
-    RequireArray("begin", TARSEL_THROW_SITE("Property::const_iterator Tarsel::Core::Property::begin() const"));
+    RequireArray("begin", TARSEL_THROW_SITE(Signatures::BeginConst));
     return m_children.begin();
 }
 Property::iterator Property::end() {
-    RequireArray("end", TARSEL_THROW_SITE("Property::iterator Tarsel::Core::Property::end()"));
+    RequireArray("end", TARSEL_THROW_SITE(Signatures::End));
     return m_children.end();
 }
 Property::const_iterator Property::end() const {
-    RequireArray("end", TARSEL_THROW_SITE("Property::const_iterator Tarsel::Core::Property::end() const"));
+    RequireArray("end", TARSEL_THROW_SITE(Signatures::EndConst));
     return m_children.end();
 }
 Property::reverse_iterator Property::rbegin() {
-    RequireArray("rbegin", TARSEL_THROW_SITE("Property::reverse_iterator Tarsel::Core::Property::rbegin()"));
+    RequireArray("rbegin", TARSEL_THROW_SITE(Signatures::ReverseBegin));
     return m_children.rbegin();
 }
 Property::const_reverse_iterator Property::rbegin() const {
     RequireArray("rbegin",
-                 TARSEL_THROW_SITE("Property::const_reverse_iterator Tarsel::Core::Property::rbegin() const"));
+                 TARSEL_THROW_SITE(Signatures::ReverseBeginConst));
     return m_children.rbegin();
 }
 Property::reverse_iterator Property::rend() {
-    RequireArray("rend", TARSEL_THROW_SITE("Property::reverse_iterator Tarsel::Core::Property::rend()"));
+    RequireArray("rend", TARSEL_THROW_SITE(Signatures::ReverseEnd));
     return m_children.rend();
 }
 Property::const_reverse_iterator Property::rend() const {
-    RequireArray("rend", TARSEL_THROW_SITE("Property::const_reverse_iterator Tarsel::Core::Property::rend() const"));
+    RequireArray("rend", TARSEL_THROW_SITE(Signatures::ReverseEndConst));
     return m_children.rend();
 }
 
@@ -481,8 +499,7 @@ bool ForEachPathSegment(const std::string& path, Visit visit) {
 
 const Property& Property::ChildByPath(const std::string& path) const {
     // Each step is operator[](name) of the current node, with its texts.
-    const ThrowSite site = TARSEL_THROW_SITE(
-        "const Tarsel::Core::Property &Tarsel::Core::Property::operator[](const std::string &) const");
+    const ThrowSite site = TARSEL_THROW_SITE(Signatures::ChildByName);
     const Property* current = this;
     ForEachPathSegment(path, [&](std::string_view segment) {
         current->RequireArray("operator[]", site);
@@ -503,7 +520,7 @@ Property& Property::ChildByPath(const std::string& path) {
 bool Property::ChildExistsByPath(const std::string& path) const {
     // Each step is ChildExists(name) of the current node, with its texts.
     const ThrowSite site =
-        TARSEL_THROW_SITE("bool Tarsel::Core::Property::ChildExists(const std::string &) const");
+        TARSEL_THROW_SITE(Signatures::ChildExists);
     const Property* current = this;
     return ForEachPathSegment(path, [&](std::string_view segment) {
         current->RequireArray("ChildExists", site);

@@ -12,13 +12,12 @@
 #include <list>
 #include <string>
 #include <string_view>
+#include <typeinfo>
 #include <utility>
 #include <variant>
 
 namespace Tarsel::Core {
 
-template <class T>
-struct ChildTSignatures;
 class SerializerAccess;
 
 // A node: a name, and either nothing (TypeEmpty), one scalar (bool, double,
@@ -247,6 +246,12 @@ private:
     const Property* FindChildByName(std::string_view name) const noexcept;
     bool ContainerEquals(const Property& other) const;
 
+    // The function text that SetChildT or CreateChildT records: its value's
+    // type named where the template has T, "const long long &" for long
+    // long. Made once per type and kept, as boost keeps the address.
+    enum class ChildTemplate { Set, Create };
+    static const char* ChildTFunction(ChildTemplate which, const std::type_info& valueType);
+
     void RequireArray(const char* method, const ThrowSite& site) const;
     [[noreturn]] void ThrowMethodIsNotApplicable(const char* method, const ThrowSite& site) const;
     static void RequireName(const std::string& name, const ThrowSite& site);
@@ -339,39 +344,11 @@ void PrintPropertyValue(const Property& property, int indent, std::ostream& out,
 
 // --- Template definitions ------------------------------------------------
 
-// The function texts recorded by the child templates' throws.
-template <class T>
-struct ChildTSignatures {
-    static constexpr const char* set =
-        "Tarsel::Core::Property &Tarsel::Core::Property::SetChildT(const std::string &, const T &)";
-    static constexpr const char* create =
-        "Tarsel::Core::Property &Tarsel::Core::Property::CreateChildT(const std::string &, const T &)";
-};
-template <>
-struct ChildTSignatures<long long> {
-    static constexpr const char* set =
-        "Tarsel::Core::Property &Tarsel::Core::Property::SetChildT(const std::string &, const long long &)";
-    static constexpr const char* create =
-        "Tarsel::Core::Property &Tarsel::Core::Property::CreateChildT(const std::string &, const long long &)";
-};
-template <>
-struct ChildTSignatures<double> {
-    static constexpr const char* set =
-        "Tarsel::Core::Property &Tarsel::Core::Property::SetChildT(const std::string &, const double &)";
-    static constexpr const char* create =
-        "Tarsel::Core::Property &Tarsel::Core::Property::CreateChildT(const std::string &, const double &)";
-};
-template <>
-struct ChildTSignatures<std::string> {
-    static constexpr const char* set = "Tarsel::Core::Property &Tarsel::Core::Property::SetChildT(const std::string "
-                                       "&, const std::basic_string<char> &)";
-    static constexpr const char* create = "Tarsel::Core::Property &Tarsel::Core::Property::CreateChildT(const "
-                                          "std::string &, const std::basic_string<char> &)";
-};
-
 template <class T>
 Property& Property::SetChildT(const std::string& name, const T& value) {
-    RequireArray("SetChildT", TARSEL_THROW_SITE(ChildTSignatures<T>::set));
+    if (GetType() != TypeArray) {
+        ThrowMethodIsNotApplicable("SetChildT", TARSEL_THROW_SITE(ChildTFunction(ChildTemplate::Set, typeid(T))));
+    }
     const iterator found = FindChild(name);
     if (found == m_children.end()) {
         return CreateChildT(name, value);
@@ -382,7 +359,10 @@ Property& Property::SetChildT(const std::string& name, const T& value) {
 
 template <class T>
 Property& Property::CreateChildT(const std::string& name, const T& value) {
-    RequireArray("CreateChildT", TARSEL_THROW_SITE(ChildTSignatures<T>::create));
+    if (GetType() != TypeArray) {
+        ThrowMethodIsNotApplicable("CreateChildT",
+                                   TARSEL_THROW_SITE(ChildTFunction(ChildTemplate::Create, typeid(T))));
+    }
     Property child(name, value);
     return AppendChild(child);
 }

@@ -2,6 +2,8 @@
 // tolerance, containers regardless of child order.
 #include <Core/Interfaces/Property.h>
 
+#include <Core/Interfaces/internal/ThrowSignatures.h>
+
 #include <algorithm>
 #include <cmath>
 #include <vector>
@@ -59,7 +61,7 @@ bool Property::operator==(const Property& other) const {
         // tree that was never filled.
         ThrowMethodIsNotApplicable(
             "operator==",
-            TARSEL_THROW_SITE("bool Tarsel::Core::Property::operator==(const Tarsel::Core::Property &) const"));
+            TARSEL_THROW_SITE(Signatures::Equals));
     }
 }
 

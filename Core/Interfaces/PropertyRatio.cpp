@@ -4,6 +4,7 @@
 
 #include <Core/Interfaces/internal/RatioParse.h>
 #include <Core/Interfaces/internal/TextStream.h>
+#include <Core/Interfaces/internal/ThrowSignatures.h>
 
 #include <algorithm>
 #include <charconv>
@@ -34,7 +35,7 @@ bool ParseDigits(std::string_view text, long long* value) {
 
 // The grammar is digits "/" digits, matched as a whole: small enough to check
 // by hand, which costs a few nanoseconds where a regular expression costs a
-// few hundred, on the load path of every "frameRateRatio".
+// few hundred, on the load path of every ratio.
 bool RatioFromText(std::string_view text, Ratio& ratio) {
     const std::string_view::size_type slash = text.find('/');
     if (slash == std::string_view::npos) {
@@ -85,7 +86,7 @@ bool NextTerm(Unsigned t, Unsigned previous, Unsigned beforePrevious, Unsigned* 
 
 Ratio RatioFromDoubleApprox(double number, long long maxDenominator) {
     if (!std::isfinite(number) || std::fabs(number) >= 0x1p63) {
-        ThrowWithCallStack(TARSEL_THROW_SITE("Ratio Tarsel::Core::RatioFromDoubleApprox(double, long long)"),
+        ThrowWithCallStack(TARSEL_THROW_SITE(Signatures::RatioFromDoubleApprox),
                            std::invalid_argument("RatioFromDoubleApprox: the number must be finite and of a "
                                                  "magnitude below 2^63"));
     }

@@ -6,43 +6,27 @@
 #include <Core/Interfaces/internal/JsonTextStream.h>
 #include <Core/Interfaces/internal/RequireStream.h>
 #include <Core/Interfaces/internal/SerializerAccess.h>
+#include <Core/Interfaces/internal/ThrowSignatures.h>
 #include <Core/Interfaces/internal/WholeInput.h>
 
 #include <utility>
 
 namespace Tarsel::Core {
 
-namespace {
-
-constexpr const char* kStreamOutFunction =
-    "Tarsel::Core::JsonTarselStreamOut::JsonTarselStreamOut(boost::intrusive_ptr<IDataOutput>)";
-constexpr const char* kSerializeFunction = "static void Tarsel::Core::PropertySerializer::Serialize(const "
-                                           "Core::Property &, boost::intrusive_ptr<Tarsel::Core::IDataOutput>, bool)";
-constexpr const char* kSerializeTextFunction =
-    "static void Tarsel::Core::PropertySerializer::Serialize(const Core::Property &, "
-    "boost::intrusive_ptr<Tarsel::Core::IDataOutput>, bool, Tarsel::Core::PropertySerializer::DoubleText)";
-constexpr const char* kDeserializeFunction = "static void Tarsel::Core::PropertySerializer::Deserialize(Core::Property "
-                                             "&, boost::intrusive_ptr<Tarsel::Core::IDataInput>, bool)";
-constexpr const char* kLoadFunction =
-    "static void Tarsel::Core::PropertySerializer::Load(Core::Property &, const rapidjson::GenericValue<rapidjson::UTF8<char>, "
-    "rapidjson::MemoryPoolAllocator<rapidjson::CrtAllocator>> &)";
-
-}  // namespace
-
 JsonTarselStreamOut::JsonTarselStreamOut(boost::intrusive_ptr<IDataOutput> output) : m_output(std::move(output)) {
-    RequireStream(m_output, "output", TARSEL_THROW_SITE(kStreamOutFunction));
+    RequireStream(m_output, "output", TARSEL_THROW_SITE(Signatures::JsonTarselStreamOut));
 }
 
 void PropertySerializer::Serialize(const Property& property, boost::intrusive_ptr<IDataOutput> output,
                                    bool wrapRoot) {
     Json::WriteJsonText(property, wrapRoot, DoubleText::SixDigits,
-                        RequireStream(output, "output", TARSEL_THROW_SITE(kSerializeFunction)));
+                        RequireStream(output, "output", TARSEL_THROW_SITE(Signatures::Serialize)));
 }
 
 void PropertySerializer::Serialize(const Property& property, boost::intrusive_ptr<IDataOutput> output, bool wrapRoot,
                                    DoubleText doubleText) {
     Json::WriteJsonText(property, wrapRoot, doubleText,
-                        RequireStream(output, "output", TARSEL_THROW_SITE(kSerializeTextFunction)));
+                        RequireStream(output, "output", TARSEL_THROW_SITE(Signatures::SerializeWithDoubleText)));
 }
 
 void PropertySerializer::SerializeToFile(const Property& property, const ioPath& path, bool wrapRoot) {
@@ -61,7 +45,7 @@ void PropertySerializer::Save(const Property& property, JsonValue& value, JsonAl
 }
 
 void PropertySerializer::Deserialize(Property& property, boost::intrusive_ptr<IDataInput> input, bool wrapRoot) {
-    const ThrowSite site = TARSEL_THROW_SITE(kDeserializeFunction);
+    const ThrowSite site = TARSEL_THROW_SITE(Signatures::Deserialize);
     // The text ends at the first zero byte; the reader may look a few
     // bytes past it.
     const WholeInput text = ReadWholeInput(RequireStream(input, "input", site), Json::kTextPadding);
@@ -76,7 +60,7 @@ void PropertySerializer::Deserialize(Property& property, boost::intrusive_ptr<ID
 }
 
 void PropertySerializer::Load(Property& property, const JsonValue& value) {
-    Json::LoadJsonValue(property, value, TARSEL_THROW_SITE(kLoadFunction));
+    Json::LoadJsonValue(property, value, TARSEL_THROW_SITE(Signatures::Load));
 }
 
 }  // namespace Tarsel::Core

@@ -3,6 +3,7 @@
 #include <Core/Interfaces/Property.h>
 
 #include <Core/Interfaces/internal/TextStream.h>
+#include <Core/Interfaces/internal/ThrowSignatures.h>
 
 #include <algorithm>
 #include <ostream>
@@ -43,7 +44,7 @@ bool WriteScalar(const Property& property, std::ostream& out) {
 std::string PropertyValueToString(const Property& property) {
     TextStream out;
     if (!WriteScalar(property, out)) {
-        ThrowWithCallStack(TARSEL_THROW_SITE("std::string Tarsel::Core::PropertyValueToString(const Core::Property &)"),
+        ThrowWithCallStack(TARSEL_THROW_SITE(Signatures::PropertyValueToString),
                            PropertyException(), TagDescription("Wrong property type"));
     }
     return out.str();
