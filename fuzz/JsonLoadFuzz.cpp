@@ -85,7 +85,7 @@ Outcome Attempt(LoadFunction load, const std::string* text = nullptr) {
         if (text != nullptr) {
             CheckLocation(dynamic_cast<const boost::exception&>(e), *text);
         }
-        return Outcome::BadRatio;  // a "frameRateRatio" of "n/0"
+        return Outcome::BadRatio;  // a ratio of "n/0"
     } catch (const std::invalid_argument& e) {
         TARSEL_FUZZ_CHECK(std::strncmp(e.what(), "name is empty", 13) == 0);
         if (text != nullptr) {
@@ -165,7 +165,7 @@ void ReferenceLoad(Property& target, const rapidjson::Value& value) {
     } else if (value.IsString()) {
         const std::string text(value.GetString(), value.GetStringLength());
         Ratio ratio;
-        if (target.GetName() != "frameRateRatio") {
+        if (target.GetName() != PropertySerializer::kRatioKey) {
             target = text;
         } else if (RatioFromString(text, ratio)) {
             target = ratio;

@@ -120,7 +120,7 @@ public:
 // others say where and why. Offset, line and column (1-based; the column
 // counts bytes) are also attached to the two failures that a load meets
 // part-way, std::invalid_argument for an empty member name and
-// boost::bad_rational for a "frameRateRatio" of "n/0", which keep their types.
+// boost::bad_rational for a ratio of "n/0", which keep their types.
 #define TARSEL_JSON_EXCEPTION_RECORDS                                         \
     using TagParseError = NamedErrorInfo<Tags::ParseError, std::string>;      \
     using TagParseOffset = NamedErrorInfo<Tags::ParseOffset, std::size_t>;    \

@@ -1,12 +1,17 @@
 // JSON save and load of Property trees over the library's byte streams.
 //
-// The text is compact UTF-8 JSON: containers are objects keyed by child name
-// (arrays built with Add too: their keys are "0", "1", ...), doubles are
-// written "%#g" (1.0 gives 1.00000, so they read back as doubles) unless an
-// exact save is asked for (DoubleText::RoundTrip), ratios as "n/d" strings
-// that read back as ratios only under the key "frameRateRatio", and the root
-// may be wrapped in a one-member object {name: value}. Every number is read
-// as the nearest double to its text.
+// The text is compact UTF-8 JSON:
+// - a container is an object, one member per child, keyed by the child's
+//   name up to its first zero character (arrays built with Add too: their
+//   keys are "0", "1", ...). Children that share a key all write into the
+//   first member with that key, the last one winning, and leave their own
+//   members null;
+// - doubles are written as DoubleText says: "%#g" unless an exact save is
+//   asked for;
+// - ratios are "n/d" strings, which read back as ratios only under the key
+//   PropertySerializer::kRatioKey, "frameRateRatio";
+// - the root may be wrapped in a one-member object {name: value}.
+// Every number is read as the nearest double to its text.
 //
 // Every function that takes a stream throws std::invalid_argument ("input is
 // null", "output is null", the call stack appended) for a null one, before
@@ -70,7 +75,7 @@ public:
     };
 
     // Writes property as JSON to output, wrapped in {name: value} when
-    // wrapRoot is set, doubles as "%#g" (DoubleText::SixDigits). The whole
+    // wrapRoot is set, doubles as DoubleText::SixDigits. The whole
     // text is built before anything is written, so a failure writes
     // nothing; then output receives it in one Write. A non-container
     // property without wrapping is written as a bare value.
@@ -90,10 +95,8 @@ public:
     static void SerializeToFile(const Property& property, const ioPath& path, bool wrapRoot);
     static void SerializeToFile(const Property& property, const ioPath& path, bool wrapRoot, DoubleText doubleText);
 
-    // Fills value from property: containers become objects, one member per
-    // child in order; children sharing a name all write into the first member
-    // of that name (the last one wins) and leave the later ones null; an
-    // Empty node leaves value untouched.
+    // Fills value from property with the structure of Serialize's text (see
+    // above), doubles held as they are; an Empty node leaves value untouched.
     static void Save(const Property& property, JsonValue& value, JsonAllocator& allocator);
 
     // Reads the whole input (GetSize, then one Read) and loads the JSON text
@@ -121,18 +124,21 @@ public:
     // one), each array element the child named by the current count; scalars
     // are assigned; null, an empty object or array, and integers above the
     // signed 64-bit range assign nothing; a string under the name
-    // "frameRateRatio" becomes a ratio when it reads as one.
+    // kRatioKey becomes a ratio when it reads as one.
     //
     // Every double is assigned as it is, infinities and NaN too (which no
     // JSON text can hold, see Deserialize), nested or bare.
     //
     // Throws MethodIsNotApplicable when members or elements meet a property
     // that is not a container, std::invalid_argument ("name is empty") for an
-    // empty key, boost::bad_rational for a "frameRateRatio" of "n/0"; what was
+    // empty key, boost::bad_rational for a kRatioKey of "n/0"; what was
     // loaded before the failure stays. A value nested deeper than 512 levels
     // throws JsonException "Parse error" (TagParseReason "nesting deeper than
     // 512 levels") and loads nothing.
     static void Load(Property& property, const JsonValue& value);
+
+    // The one key under which a string loads as a ratio.
+    static constexpr char kRatioKey[] = "frameRateRatio";
 
     // The deepest nesting of objects and arrays that is accepted.
     static constexpr unsigned kMaxDepth = 512;

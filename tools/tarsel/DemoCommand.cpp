@@ -21,7 +21,7 @@ Property BuildSettings() {
     video.SetChildT<long long>("width", 1920);
     video.SetChildT<long long>("height", 1080);
     video.SetChildT<double>("fps", 29.97);
-    video.SetChild("frameRateRatio", Property("", Ratio(30000, 1001)));
+    video.SetChild(PropertySerializer::kRatioKey, Property("", Ratio(30000, 1001)));
     video.SetChild("codec", "h264");
     settings.SetChild("audio").SetChildT<long long>("channels", 2);
     settings.SetChild("hardwareDecoding", Property("", true));
@@ -33,7 +33,7 @@ void ShowValues(const Property& settings) {
     std::cout << "== Values read back\n"
               << "video/width          " << video["width"].GetInt64() << "\n"
               << "video/fps            " << video["fps"].GetDouble() << "\n"
-              << "video/frameRateRatio " << StringFromRatio(video["frameRateRatio"].GetRatio()) << "\n"
+              << "video/" << PropertySerializer::kRatioKey << " " << StringFromRatio(video[PropertySerializer::kRatioKey].GetRatio()) << "\n"
               << "video/codec          " << video["codec"].GetString() << "\n"
               << "hardwareDecoding     " << settings["hardwareDecoding"].GetBool()
               << "\n\n";
@@ -54,7 +54,7 @@ void ShowComparison(const Property& settings) {
     reordered.SetChild("audio").SetChildT<long long>("channels", 2);
     Property& video = reordered.SetChild("video");
     video.SetChild("codec", "h264");
-    video.SetChild("frameRateRatio", Property("", Ratio(60000, 2002)));
+    video.SetChild(PropertySerializer::kRatioKey, Property("", Ratio(60000, 2002)));
     video.SetChildT<double>("fps", 29.970001);  // within the 1e-05 tolerance
     video.SetChildT<long long>("height", 1080);
     video.SetChildT<long long>("width", 1920);

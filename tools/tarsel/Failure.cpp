@@ -8,6 +8,7 @@
 #include "Command.h"
 
 #include <Core/Interfaces/Exceptions.h>
+#include <Core/Interfaces/PropertySerializer.h>
 
 #include <boost/exception/diagnostic_information.hpp>
 #include <boost/exception/get_error_info.hpp>
@@ -115,7 +116,7 @@ std::optional<std::string> LoadFailureReason(const std::exception_ptr& cause) {
     } catch (const JsonException&) {
         return "not valid JSON";
     } catch (const boost::bad_rational&) {
-        return "a frameRateRatio has a zero denominator";
+        return std::string("a ") + PropertySerializer::kRatioKey + " has a zero denominator";
     } catch (const std::invalid_argument&) {
         return "an object member has an empty name, which a settings tree cannot hold";
     } catch (const IndexIsOutOfBound&) {

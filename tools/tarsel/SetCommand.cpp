@@ -113,8 +113,8 @@ std::string ValueText(const Property& value) {
     return output->GetData();
 }
 
-// A change that would leave a file the library cannot load (a
-// "frameRateRatio" of "1/0" given as a string, say) is refused.
+// A change that would leave a file the library cannot load (the ratio key
+// given the string "1/0", say) is refused.
 void RequireLoads(const std::string& text, const std::string& name) {
     try {
         Property tree("settings");

@@ -1,5 +1,5 @@
 // Private to the library, not installed: ratio text parsed from a view, so
-// that the loader reads a "frameRateRatio" straight from the parser's buffer
+// that the loader reads a ratio straight from the parser's buffer
 // instead of copying it into a string first.
 #pragma once
 
