@@ -9,9 +9,9 @@
 // - The reader's stream keeps its line (internal/JsonTextStream.h), so a
 //   failure is located where it is met, with no second reading.
 // - Members that repeat a name load into the first child of that name, as
-//   SetChild does (ChildFinder); a target that already has children has the
+//   SetChild does (ChildLoader); a target that already has children has the
 //   document merged in the same way (ApplyItems).
-// - A "frameRateRatio" string becomes a ratio.
+// - A string under PropertySerializer::kRatioKey becomes a ratio.
 #include <Core/Interfaces/PropertySerializer.h>
 
 #include <Core/Interfaces/internal/JsonNumber.h>
@@ -19,6 +19,7 @@
 #include <Core/Interfaces/internal/JsonTextStream.h>
 #include <Core/Interfaces/internal/RatioParse.h>
 #include <Core/Interfaces/internal/SerializerAccess.h>
+#include <Core/Interfaces/internal/SiblingNames.h>
 
 #include <rapidjson/document.h>
 #include <rapidjson/reader.h>
@@ -28,11 +29,9 @@
 #include <cstring>
 #include <exception>
 #include <limits>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -63,82 +62,42 @@ constexpr unsigned kTextParseFlags =
                                   << JsonException::TagParseReason(reason));
 }
 
-// A JSON string read under this name becomes a ratio when it reads as one.
 bool TakesRatio(std::string_view name) {
-    return name == "frameRateRatio";
+    return name == PropertySerializer::kRatioKey;
 }
 
-// Finds and appends the children of one container as a document is loaded.
-// A name the fingerprint has not seen (nearly always) is certainly new and
-// needs no search; only a possible repeat is looked for, by a scan in small
-// containers and through an index in large ones. A container of n members
-// thus costs O(n).
-class ChildFinder {
+// The children of one container as a document loads into it: a member
+// loads into the first child of its name, reset, or else into a new child
+// at the end; an element, or an item collected for a merge, is appended
+// without looking.
+class ChildLoader {
 public:
-    explicit ChildFinder(Property& container) : m_container(&container) {
-        for (const Property& child : Access::Children(container)) {
-            m_seen.Add(child.GetName());
-        }
-    }
+    explicit ChildLoader(Property& container, std::size_t existing = 0)
+        : m_container(&container), m_names(Access::Children(container), existing) {}
 
-    // Loads a member: the first child named name, reset, or else a new child
-    // at the end, is given a T made of args.
+    // The child that member name loads into, given a T made of args.
     template <class T, class... Args>
     Property& Member(std::string_view name, Args&&... args) {
-        const unsigned bit = NameFingerprint::Bit(name);
-        if (m_seen.Has(bit)) {
-            if (Property* existing = Find(name)) {
-                existing->SetArrayType();
-                Access::SetValue<T>(*existing, std::forward<Args>(args)...);
-                return *existing;
-            }
+        if (Property* existing = m_names.Find(name)) {
+            existing->SetArrayType();
+            Access::SetValue<T>(*existing, std::forward<Args>(args)...);
+            return *existing;
         }
-        m_seen.Set(bit);
         return Append<T>(name, std::forward<Args>(args)...);
     }
 
-    // Appends a child named name holding a T made of args, without looking
-    // for its name or remembering it: for containers that are never searched
-    // (arrays, and the items collected for a merge).
+    // A new child named name holding a T made of args. After a Member that
+    // found no child, it is the child of that name.
     template <class T, class... Args>
     Property& Append(std::string_view name, Args&&... args) {
-        Property& child = Access::Append<T>(*m_container, name, std::forward<Args>(args)...);
-        if (m_index) {
-            m_index->emplace(child.GetName(), &child);
-        }
-        return child;
+        return Access::Append<T>(*m_container, name, std::forward<Args>(args)...);
     }
 
     Property& Container() const { return *m_container; }
 
 private:
-    static constexpr std::size_t kIndexThreshold = 16;
-
-    Property* Find(std::string_view name) {
-        Property::ChildListType& children = Access::Children(*m_container);
-        if (!m_index && children.size() < kIndexThreshold) {
-            for (Property& child : children) {
-                if (child.GetName() == name) {
-                    return &child;
-                }
-            }
-            return nullptr;
-        }
-        if (!m_index) {
-            // The first child of a name wins, as in a scan.
-            m_index = std::make_unique<std::unordered_map<std::string_view, Property*>>();
-            m_index->reserve(children.size() * 2);
-            for (Property& child : children) {
-                m_index->emplace(child.GetName(), &child);
-            }
-        }
-        const auto found = m_index->find(name);
-        return found == m_index->end() ? nullptr : found->second;
-    }
-
     Property* m_container;
-    NameFingerprint m_seen;
-    std::unique_ptr<std::unordered_map<std::string_view, Property*>> m_index;
+    SiblingNames<Property::ChildListType, ByName> m_names;
 };
 
 // Builds a fresh tree from parser events (RapidJSON's reader, or a walk of a
@@ -147,7 +106,7 @@ private:
 // In items mode the top level only collects the root's members or elements,
 // in order and unmerged, to be merged into a target that already has
 // children (see ApplyItems). The first failure of loading (an empty key, a
-// "frameRateRatio" of "n/0") is recorded with the top-level item it occurred
+// ratio of "n/0") is recorded with the top-level item it occurred
 // in, and building stops there, but the events are still followed so that a
 // later syntax error or excess depth is still reported as such. Given the
 // stream the events come from, failures are located in its text.
@@ -179,8 +138,8 @@ public:
     // cannot, see TextTreeBuilder).
     bool Double(double d) { return Place<double>(d); }
     // A string is loaded whole, zero characters included, except under the
-    // name "frameRateRatio": there it is a ratio, or nothing when the text
-    // is none, and "n/0" fails the load with boost::bad_rational.
+    // ratio key: there it is a ratio, or nothing when the text is none, and
+    // "n/0" fails the load with boost::bad_rational.
     bool String(const char* text, rapidjson::SizeType length, bool) {
         if (!m_building) {
             return m_depth != 0 || Refuse(Refusal::ScalarRoot);
@@ -239,7 +198,7 @@ private:
     // Built in place: a frame is opened for every container of a document.
     struct Frame {
         Frame(Property& container, Kind containerKind) : children(container), kind(containerKind) {}
-        ChildFinder children;
+        ChildLoader children;
         Kind kind;
         IndexNames elementNames;  // an array's
     };
@@ -470,7 +429,7 @@ bool WalkValue(const JsonValue& root, Handler& handler) {
 // each item takes the place SetChild gives it; the failures of SetChild and
 // Count are those operations' own.
 void ApplyItems(Property& target, Property& items, const TreeBuilder& builder) {
-    ChildFinder finder(target);
+    ChildLoader loader(target, Access::Children(target).size());
     std::size_t index = 0;
     for (Property& item : Access::Children(items)) {
         std::string name = item.GetName();
@@ -485,7 +444,7 @@ void ApplyItems(Property& target, Property& items, const TreeBuilder& builder) {
                 std::rethrow_exception(name.empty() ? builder.AtEmptyItemKey(std::move(failure)) : failure);
             }
         }
-        Access::TakeContent(finder.Member<Access::Container>(name), item);
+        Access::TakeContent(loader.Member<Access::Container>(name), item);
         if (builder.Failure() && index == builder.FailureItem()) {
             std::rethrow_exception(builder.Failure());
         }

@@ -1,11 +1,10 @@
 // This file writes Property trees as JSON, for Serialize (compact text) and
-// Save (RapidJSON values).
+// Save (RapidJSON values), in the form PropertySerializer.h describes.
 //
-// - Doubles are written as PropertySerializer::DoubleText says
-//   (internal/SavedDouble.h), strings with RapidJSON's escaping, ratios as
-//   "n/d", containers as objects.
-// - Children that share a name all write into the first member with that
-//   name, the last one winning (MemberCursor, PlanMembers).
+// - Doubles are formatted in internal/SavedDouble.cpp, strings with
+//   RapidJSON's escaping.
+// - Repeated keys are told apart while writing (MemberCursor,
+//   internal/SiblingNames.h).
 // - The tree is walked with an explicit stack into one buffer, so neither
 //   depth nor breadth can exhaust the stack, and nothing reaches the sink
 //   unless the whole text could be built.
@@ -13,6 +12,7 @@
 
 #include <Core/Interfaces/internal/SavedDouble.h>
 #include <Core/Interfaces/internal/SerializerAccess.h>
+#include <Core/Interfaces/internal/SiblingNames.h>
 #include <Core/Interfaces/internal/WholeInput.h>
 
 #include <rapidjson/document.h>
@@ -27,17 +27,13 @@
 #include <new>
 #include <string_view>
 #include <unordered_map>
-#include <unordered_set>
 #include <utility>
 #include <vector>
 
 namespace Tarsel::Core::Json {
 
-namespace {
-
-// Which child's value each member of a container's object holds: children
-// that share a key all write into the first member with that key, the last
-// one winning, and leave their own members null.
+// Keys that repeat are rare, so the exact plan is made only once one is
+// met (MemberCursor), with a table of every key.
 std::vector<const Property*> PlanMembers(const Property::ChildListType& children) {
     std::unordered_map<std::string_view, std::pair<std::size_t, const Property*>> byKey;
     byKey.reserve(children.size());
@@ -55,92 +51,7 @@ std::vector<const Property*> PlanMembers(const Property::ChildListType& children
     return plan;
 }
 
-// Walks a container's members in order with the node whose value each
-// holds, telling repeated keys apart while it goes: keys are nearly always
-// distinct, and a pass over the children before writing them cost a third
-// of the time of saving. A repeat found part-way makes the cursor start over
-// with the exact plan (PlanMembers); the writer discards what it wrote of
-// the container's members and writes them again.
-//
-// A key is checked the cheapest way its container allows: by its position
-// ("0", "1", ... as arrays are named); then by a fingerprint, which tells a
-// new key from a possible repeat without comparing; a possible repeat among
-// the first kScannedKeys members by comparing with those before it; beyond
-// them through a set of all the keys so far.
-class MemberCursor {
-public:
-    explicit MemberCursor(const Property& container)
-        : m_children(&Access::Children(container)),
-          m_begin(m_children->begin()),
-          m_it(m_begin),
-          m_end(m_children->end()) {}
-
-    bool Done() const { return m_it == m_end; }
-    bool First() const { return m_index == 0; }
-
-    struct Member {
-        std::string_view key;
-        const Property* source;  // null: the member is null
-    };
-
-    // The next member, or false when its key repeats an earlier one: the
-    // cursor is then back at the first member, with the exact plan.
-    bool Next(Member& member) {
-        const Property& child = *m_it;
-        const std::string_view key = KeyOf(child);
-        if (m_check != Check::Planned && Repeats(key)) {
-            m_plan = PlanMembers(*m_children);
-            m_check = Check::Planned;
-            m_it = m_begin;
-            m_index = 0;
-            return false;
-        }
-        member = {key, m_check == Check::Planned ? m_plan[m_index] : &child};
-        ++m_it;
-        ++m_index;
-        return true;
-    }
-
-private:
-    enum class Check : unsigned char { Positional, Fingerprint, Set, Planned };
-    static constexpr std::size_t kScannedKeys = 32;
-
-    // Whether key, the m_index-th, repeats one before it; remembers it.
-    bool Repeats(std::string_view key) {
-        if (m_check == Check::Positional) {
-            if (key == m_indexName.Current()) {
-                m_indexName.Advance();
-                return false;
-            }
-            m_check = Check::Fingerprint;
-            std::for_each(m_begin, m_it, [this](const Property& earlier) { m_seen.Add(KeyOf(earlier)); });
-        }
-        if (m_check == Check::Fingerprint) {
-            if (!m_seen.Add(key)) {
-                return false;
-            }
-            if (m_index < kScannedKeys) {
-                return std::any_of(m_begin, m_it, [key](const Property& earlier) { return KeyOf(earlier) == key; });
-            }
-            m_check = Check::Set;
-            m_keys = std::make_unique<std::unordered_set<std::string_view>>();
-            m_keys->reserve(2 * m_index);
-            std::for_each(m_begin, m_it, [this](const Property& earlier) { m_keys->insert(KeyOf(earlier)); });
-        }
-        return !m_keys->insert(key).second;
-    }
-
-    const Property::ChildListType* m_children;
-    Property::const_iterator m_begin;
-    Property::const_iterator m_it;
-    Property::const_iterator m_end;
-    std::size_t m_index = 0;
-    Check m_check = Check::Positional;
-    IndexNames m_indexName;  // of the m_index-th member, while Positional
-    NameFingerprint m_seen;
-    std::unique_ptr<std::unordered_set<std::string_view>> m_keys;
-    std::vector<const Property*> m_plan;
-};
+namespace {
 
 // A growable text buffer written through a cursor: one capacity check per
 // value rather than one per character. It grows with realloc, which can
@@ -210,51 +121,63 @@ struct EscapeTable {
 };
 constexpr EscapeTable kEscapes{};
 
-// Compact JSON text, with RapidJSON's escaping: control characters, '"' and
-// '\' are escaped, every other byte is written as it is.
-class JsonTextWriter {
-public:
-    JsonTextWriter(TextBuffer& out, PropertySerializer::DoubleText doubleText)
-        : m_out(out), m_roundTrip(doubleText == PropertySerializer::DoubleText::RoundTrip) {}
-
-    void Write(const Property& root, bool wrapRoot) {
-        if (wrapRoot) {
-            m_out.Put('{');
-            WriteString(KeyOf(root));
-            m_out.Put(':');
+// Writes a tree through a sink, depth first with an explicit stack, so that
+// no depth exhausts the stack. Containers become objects, one member per
+// child, through MemberCursor; when the cursor meets a repeated key and
+// starts over, the sink drops the container's members written so far.
+//
+// A Sink offers: Value(node), which writes a node that is not a container
+// (or null); Open(), which begins an object where the next value goes and
+// returns a Mark of it; Key(key, first, mark), a member of that object, and
+// then its value, or Null(); Close(mark); and Rewind(mark), which drops the
+// object's members written so far.
+template <class Sink>
+void WriteTree(const Property& root, Sink& sink) {
+    struct Frame {
+        MemberCursor cursor;
+        typename Sink::Mark mark;
+    };
+    std::vector<Frame> stack;
+    const auto write = [&](const Property& node) {
+        if (node.GetType() == TypeArray) {
+            stack.push_back(Frame{MemberCursor(node), sink.Open()});
+        } else {
+            sink.Value(node);
         }
-        WriteValue(root);
-        while (!m_stack.empty()) {
-            Frame& frame = m_stack.back();
-            if (frame.cursor.Done()) {
-                m_out.Put('}');
-                m_stack.pop_back();
-                continue;
-            }
-            const bool first = frame.cursor.First();
-            MemberCursor::Member member;
-            if (!frame.cursor.Next(member)) {
-                m_out.Truncate(frame.membersStart);  // written again with the plan
-                continue;
-            }
-            if (!first) {
-                m_out.Put(',');
-            }
-            WriteString(member.key);
-            m_out.Put(':');
-            if (member.source == nullptr) {
-                m_out.Append("null");
-            } else {
-                WriteValue(*member.source);  // may push, invalidating frame
-            }
+    };
+    write(root);
+    while (!stack.empty()) {
+        Frame& frame = stack.back();
+        if (frame.cursor.Done()) {
+            sink.Close(frame.mark);
+            stack.pop_back();
+            continue;
         }
-        if (wrapRoot) {
-            m_out.Put('}');
+        const bool first = frame.cursor.First();
+        MemberCursor::Member member;
+        if (!frame.cursor.Next(member)) {
+            sink.Rewind(frame.mark);
+            continue;
+        }
+        sink.Key(member.key, first, frame.mark);
+        if (member.source == nullptr) {
+            sink.Null();
+        } else {
+            write(*member.source);  // may push, invalidating frame
         }
     }
+}
 
-private:
-    void WriteValue(const Property& node) {
+// Compact JSON text, with RapidJSON's escaping: control characters, '"' and
+// '\' are escaped, every other byte is written as it is.
+class JsonTextSink {
+public:
+    using Mark = std::size_t;  // where the object's members start
+
+    JsonTextSink(TextBuffer& out, PropertySerializer::DoubleText doubleText)
+        : m_out(out), m_roundTrip(doubleText == PropertySerializer::DoubleText::RoundTrip) {}
+
+    void Value(const Property& node) {
         switch (node.GetType()) {
         case TypeBool:
             m_out.Append(Access::Bool(node) ? "true" : "false");
@@ -268,32 +191,33 @@ private:
             break;
         }
         case TypeString:
-            WriteString(Access::String(node));
+            String(Access::String(node));
             break;
         case TypeRatio: {
             char buffer[48];
-            WriteString(RatioText(Access::RatioValue(node), buffer));
+            String(RatioText(Access::RatioValue(node), buffer));
             break;
         }
-        case TypeArray:
-            m_out.Put('{');
-            m_stack.push_back(Frame{MemberCursor(node), m_out.Size()});
-            break;
         default:
-            m_out.Append("null");
+            Null();
         }
     }
-
-    void WriteDouble(double value) {
-        if (!std::isfinite(value)) {
-            m_out.Append("null");
-            return;
-        }
-        char* out = m_out.Reserve(kMaxSavedDoubleLength);
-        m_out.Commit(out + (m_roundTrip ? FormatDoubleRoundTrip(value, out) : FormatDoubleSixDigits(value, out)));
+    Mark Open() {
+        m_out.Put('{');
+        return m_out.Size();
     }
+    void Key(std::string_view key, bool first, Mark) {
+        if (!first) {
+            m_out.Put(',');
+        }
+        String(key);
+        m_out.Put(':');
+    }
+    void Null() { m_out.Append("null"); }
+    void Close(Mark) { m_out.Put('}'); }
+    void Rewind(Mark membersStart) { m_out.Truncate(membersStart); }
 
-    void WriteString(std::string_view text) {
+    void String(std::string_view text) {
         static constexpr char kHex[] = "0123456789ABCDEF";
         // Six characters at most for each byte ("\u001F"), and the quotes.
         char* out = m_out.Reserve(2 + 6 * text.size());
@@ -318,87 +242,94 @@ private:
         m_out.Commit(out);
     }
 
-    // A container being written, and where the text of its members starts.
-    struct Frame {
-        MemberCursor cursor;
-        std::size_t membersStart;
-    };
+private:
+    void WriteDouble(double value) {
+        if (!std::isfinite(value)) {
+            Null();
+            return;
+        }
+        char* out = m_out.Reserve(kMaxSavedDoubleLength);
+        m_out.Commit(out + (m_roundTrip ? FormatDoubleRoundTrip(value, out) : FormatDoubleSixDigits(value, out)));
+    }
 
     TextBuffer& m_out;
     const bool m_roundTrip;
-    std::vector<Frame> m_stack;
 };
 
-void SaveScalar(const Property& node, JsonValue& value, JsonAllocator& allocator) {
-    switch (node.GetType()) {
-    case TypeBool:
-        value.SetBool(Access::Bool(node));
-        break;
-    case TypeDouble:
-        value.SetDouble(Access::Double(node));
-        break;
-    case TypeInt64:
-        value.SetInt64(Access::Int64(node));
-        break;
-    case TypeString: {
-        const std::string& text = Access::String(node);
-        value.SetString(text.data(), static_cast<rapidjson::SizeType>(text.size()), allocator);
-        break;
+// RapidJSON values: each value is written into the slot its member made.
+class JsonValueSink {
+public:
+    using Mark = JsonValue*;  // the object
+
+    JsonValueSink(JsonValue& root, JsonAllocator& allocator) : m_slot(&root), m_allocator(allocator) {}
+
+    void Value(const Property& node) {
+        switch (node.GetType()) {
+        case TypeBool:
+            m_slot->SetBool(Access::Bool(node));
+            break;
+        case TypeDouble:
+            m_slot->SetDouble(Access::Double(node));
+            break;
+        case TypeInt64:
+            m_slot->SetInt64(Access::Int64(node));
+            break;
+        case TypeString:
+            SetString(Access::String(node));
+            break;
+        case TypeRatio: {
+            char buffer[48];
+            SetString(RatioText(Access::RatioValue(node), buffer));
+            break;
+        }
+        default:
+            break;  // Empty: the value stays as it was
+        }
     }
-    case TypeRatio: {
-        char buffer[48];
-        const std::string_view text = RatioText(Access::RatioValue(node), buffer);
-        value.SetString(text.data(), static_cast<rapidjson::SizeType>(text.size()), allocator);
-        break;
+    Mark Open() {
+        m_slot->SetObject();
+        return m_slot;
     }
-    default:
-        break;  // Empty: the value stays as it was
+    void Key(std::string_view key, bool, Mark object) {
+        object->AddMember(JsonValue(key.data(), static_cast<rapidjson::SizeType>(key.size()), m_allocator),
+                          JsonValue(), m_allocator);
+        m_slot = &(object->MemberEnd() - 1)->value;
     }
-}
+    void Null() {}  // the member was made null
+    void Close(Mark) {}
+    void Rewind(Mark object) { object->SetObject(); }
+
+private:
+    void SetString(std::string_view text) {
+        m_slot->SetString(text.data(), static_cast<rapidjson::SizeType>(text.size()), m_allocator);
+    }
+
+    JsonValue* m_slot;  // where the next value goes
+    JsonAllocator& m_allocator;
+};
 
 }  // namespace
 
 void WriteJsonText(const Property& root, bool wrapRoot, PropertySerializer::DoubleText doubleText,
                    IDataOutput& output) {
     TextBuffer buffer;
-    JsonTextWriter(buffer, doubleText).Write(root, wrapRoot);
+    JsonTextSink sink(buffer, doubleText);
+    if (wrapRoot) {
+        buffer.Put('{');
+        sink.String(KeyOf(root));
+        buffer.Put(':');
+    }
+    WriteTree(root, sink);
+    if (wrapRoot) {
+        buffer.Put('}');
+    }
     const std::string_view text = buffer.Text();
     output.Write(text.data(), text.size());
 }
 
 void SaveJsonValue(const Property& root, JsonValue& value, JsonAllocator& allocator) {
-    struct Frame {
-        MemberCursor cursor;
-        JsonValue* object;
-    };
-    std::vector<Frame> stack;
-    const auto save = [&](const Property& node, JsonValue& target) {
-        if (node.GetType() == TypeArray) {
-            target.SetObject();
-            stack.push_back(Frame{MemberCursor(node), &target});
-        } else {
-            SaveScalar(node, target, allocator);
-        }
-    };
-    save(root, value);
-    while (!stack.empty()) {
-        Frame& top = stack.back();
-        if (top.cursor.Done()) {
-            stack.pop_back();
-            continue;
-        }
-        MemberCursor::Member member;
-        JsonValue& object = *top.object;
-        if (!top.cursor.Next(member)) {
-            object.SetObject();  // filled again with the plan
-            continue;
-        }
-        object.AddMember(JsonValue(member.key.data(), static_cast<rapidjson::SizeType>(member.key.size()), allocator),
-                         JsonValue(), allocator);
-        if (member.source != nullptr) {
-            save(*member.source, (object.MemberEnd() - 1)->value);  // may push, invalidating top
-        }
-    }
+    JsonValueSink sink(value, allocator);
+    WriteTree(root, sink);
 }
 
 }  // namespace Tarsel::Core::Json
