@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <iostream>
 #include <cstdlib>
 #include <new>
 #include <regex>
@@ -16,6 +17,8 @@
 #include <tuple>
 #include <utility>
 #include <vector>
+
+#include <unistd.h>
 
 using namespace Tarsel::Core;
 
@@ -74,6 +77,44 @@ TEST(StackTrace, SignalHandlerRenderingPrintsEveryFrameAsAddressWithoutAllocatin
     const std::string text = buffer.Text();
     EXPECT_TRUE(std::regex_match(text, std::regex(R"(( \[0x[0-9a-f]{12,}\]\n)*)"))) << text;
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), static_cast<long>(count));
+}
+
+// A signal handler has no safe std::ostream: PrintBacktrace then writes the
+// same text straight to file descriptor 2, past std::cerr and without memory.
+TEST(StackTrace, PrintBacktraceInASignalHandlerWritesToFileDescriptor2Directly) {
+    StackTrace trace;
+    in_signal_handler = 1;
+    std::ostringstream expected;
+    trace.OutputToStream(&expected);
+    int pipeEnds[2];
+    ASSERT_EQ(pipe(pipeEnds), 0);
+    const int savedError = dup(STDERR_FILENO);
+    ASSERT_GE(dup2(pipeEnds[1], STDERR_FILENO), 0);
+    FixedBuffer throughCerr;
+    std::streambuf* const cerrBuffer = std::cerr.rdbuf(&throughCerr);
+    long allocations = 0;
+    {
+        TarselTest::AllocationWatch watch;
+        trace.PrintBacktrace();
+        allocations = watch.Allocations();
+    }
+    std::cerr.rdbuf(cerrBuffer);
+    dup2(savedError, STDERR_FILENO);
+    close(savedError);
+    close(pipeEnds[1]);
+    in_signal_handler = 0;
+    std::string written;
+    char chunk[4096];
+    for (ssize_t n; (n = read(pipeEnds[0], chunk, sizeof chunk)) > 0;) {
+        written.append(chunk, static_cast<std::size_t>(n));
+    }
+    close(pipeEnds[0]);
+
+    EXPECT_EQ(written, expected.str());
+    EXPECT_EQ(throughCerr.Text(), "");
+    if (TarselTest::kReplacesNew) {
+        EXPECT_EQ(allocations, 0);
+    }
 }
 
 TEST(OutputPointer, PadsToTwelveLowercaseHexDigits) {

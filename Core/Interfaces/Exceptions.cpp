@@ -1,6 +1,6 @@
-// This file implements the exception tree's out-of-line parts, the call-stack
-// helpers of the throw path, and the exported objects that pin each class's
-// type identity in this library.
+// This file implements the exception tree's out-of-line parts, which anchor
+// each class's type identity in this library, the call-stack helpers of the
+// throw path, and the exported objects.
 #include <Core/Interfaces/Exceptions.h>
 #include <Core/Interfaces/StackTrace.h>
 

@@ -208,9 +208,11 @@ extern template const std::invalid_argument AddStack(const std::invalid_argument
 
 }  // namespace Tarsel
 
-// One object of each class, built when the library loads, so that the
-// library exports each class's type identity and a client can catch it by
-// type across the library boundary. Nothing reads them.
+// One object of each class, built when the library loads, under C names
+// that clients and tools may look up. Nothing reads them, and catching by
+// type across the library boundary does not rest on them: each class's
+// out-of-line destructor makes this library the one home of its type
+// identity (JsonException has no object and is caught like the others).
 extern "C" {
 extern Tarsel::Core::CoreException exportDummyException;
 extern Tarsel::Core::IOException exportDummyException0;

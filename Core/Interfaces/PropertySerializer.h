@@ -6,8 +6,8 @@
 //   keys are "0", "1", ...). Children that share a key all write into the
 //   first member with that key, the last one winning, and leave their own
 //   members null;
-// - doubles are written as DoubleText says: "%#g" unless an exact save is
-//   asked for;
+// - doubles are written as DoubleText says, SixDigits unless an exact save
+//   is asked for;
 // - ratios are "n/d" strings, which read back as ratios only under the key
 //   PropertySerializer::kRatioKey, "frameRateRatio";
 // - the root may be wrapped in a one-member object {name: value}.

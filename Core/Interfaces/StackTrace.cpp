@@ -1,9 +1,11 @@
 // This file implements call-stack capture and rendering on the platform's
 // backtrace facility (the same calls on macOS and glibc).
 //
-// The fallback rendering runs inside signal handlers: it must stay
-// async-signal-safe (no heap, no locks, no symbol lookup). Each helper below
-// says whether it is signal-safe.
+// The fallback rendering runs inside signal handlers, so it formats on the
+// stack only: no heap, no locks, no symbol lookup. Writing the text is then
+// as safe as the destination: a std::ostream may lock or allocate, so
+// PrintBacktrace, the one that writes to a fixed place, writes with write(2).
+// Each helper below says whether it is signal-safe.
 #include <Core/Interfaces/StackTrace.h>
 
 #include <Core/Interfaces/internal/TextStream.h>
@@ -12,8 +14,11 @@
 
 #include <cxxabi.h>
 #include <execinfo.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <iostream>
@@ -45,6 +50,46 @@ bool IsMangledNameChar(char c) {
     return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_';
 }
 
+// Signal-safe: the fallback form of one frame, " [0x" + the address in
+// lowercase hex, at least 12 digits, + "]", written to out, which has room
+// for kMaxPointerText characters; returns their count.
+constexpr std::size_t kMinPointerDigits = 12;
+constexpr std::size_t kMaxPointerDigits = std::max(kMinPointerDigits, 2 * sizeof(void*));
+constexpr std::size_t kMaxPointerText = 4 + kMaxPointerDigits + 1;
+std::size_t FormatPointer(void* pointer, char* out) {
+    char digits[kMaxPointerDigits] = {};
+    std::uintptr_t value = reinterpret_cast<std::uintptr_t>(pointer);
+    std::size_t n = 0;
+    do {
+        digits[n++] = kDigits[value & 0xF];
+        value >>= 4;
+    } while (value != 0 || n < kMinPointerDigits);
+    ReverseInPlace(digits, digits + n);
+    const char* const start = out;
+    for (const char c : {' ', '[', '0', 'x'}) {
+        *out++ = c;
+    }
+    for (std::size_t i = 0; i < n; ++i) {
+        *out++ = digits[i];
+    }
+    *out++ = ']';
+    return static_cast<std::size_t>(out - start);
+}
+
+// Signal-safe: all of text to fd, through interrupted and partial writes.
+void WriteAll(int fd, const char* text, std::size_t size) {
+    while (size > 0) {
+        const ssize_t written = write(fd, text, size);
+        if (written < 0 && errno != EINTR) {
+            return;  // nowhere left to report it
+        }
+        if (written > 0) {
+            text += written;
+            size -= static_cast<std::size_t>(written);
+        }
+    }
+}
+
 struct FreeDeleter {
     void operator()(char** p) const noexcept { std::free(p); }
 };
@@ -68,7 +113,7 @@ void* const* StackTrace::Addresses(unsigned long* count) const {
     return m_count == 0 ? nullptr : m_trace;
 }
 
-// Signal-safe.
+// Signal-safe as far as out's own writes are.
 void StackTrace::OutputAddresses(std::ostream* out) const {
     for (std::size_t i = 0; i < m_count; ++i) {
         OutputPointer(m_trace[i], out);
@@ -76,7 +121,8 @@ void StackTrace::OutputAddresses(std::ostream* out) const {
     }
 }
 
-// Signal-safe while in_signal_handler is set; not signal-safe otherwise.
+// Formats on the stack only while in_signal_handler is set; not signal-safe
+// otherwise.
 void StackTrace::OutputToStream(std::ostream* out) const {
     if (in_signal_handler != 0) {
         OutputAddresses(out);
@@ -94,8 +140,19 @@ void StackTrace::OutputToStream(std::ostream* out) const {
     }
 }
 
+// Signal-safe while in_signal_handler is set: the same text, each frame
+// written to standard error with write(2) from the stack.
 void StackTrace::PrintBacktrace() const {
-    OutputToStream(&std::cerr);
+    if (in_signal_handler == 0) {
+        OutputToStream(&std::cerr);
+        return;
+    }
+    for (std::size_t i = 0; i < m_count; ++i) {
+        char line[kMaxPointerText + 1];
+        std::size_t length = FormatPointer(m_trace[i], line);
+        line[length++] = '\n';
+        WriteAll(STDERR_FILENO, line, length);
+    }
 }
 
 std::string StackTrace::ToString() const {
@@ -145,20 +202,10 @@ char* itoa_r(long value, char* buf, unsigned long size, int base, unsigned long 
     return buf;
 }
 
-// Signal-safe.
+// Signal-safe as far as out's own writes are.
 void OutputPointer(void* pointer, std::ostream* out) {
-    constexpr std::size_t kMinDigits = 12;
-    char digits[1024] = {};
-    std::uintptr_t value = reinterpret_cast<std::uintptr_t>(pointer);
-    std::size_t n = 0;
-    do {
-        digits[n++] = kDigits[value & 0xF];
-        value >>= 4;
-    } while (value != 0 || n < kMinDigits);
-    ReverseInPlace(digits, digits + n);
-    out->write(" [0x", 4);
-    out->write(digits, static_cast<std::streamsize>(n));
-    out->put(']');
+    char text[kMaxPointerText];
+    out->write(text, static_cast<std::streamsize>(FormatPointer(pointer, text)));
 }
 
 // Not signal-safe: the runtime's demangler allocates.

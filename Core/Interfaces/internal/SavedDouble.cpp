@@ -1,7 +1,8 @@
-// This file writes the saved text of doubles. "%#g" is written at a fraction
-// of printf's cost: one scaling by an exact power of ten decides the six
-// digits of nearly every double, and std::to_chars those it cannot. The
-// round-trip text is std::to_chars' shortest.
+// This file writes the saved texts of doubles that PropertySerializer.h
+// describes. The six-digit text costs a fraction of printf's: one scaling by
+// an exact power of ten decides the six digits of nearly every double, and
+// std::to_chars those it cannot. The round-trip text is std::to_chars'
+// shortest.
 #include <Core/Interfaces/internal/SavedDouble.h>
 
 #include <algorithm>
@@ -46,7 +47,8 @@ SixDigits SixDigitsByConversion(double magnitude) {
 // half an ulp of the exact scaled value (below 1e-9, as it is below 1e7), so
 // unless its fraction lies within kTieMargin of one half it rounds as the
 // exact value does. Near a tie, and where no exact power of ten scales the
-// value (subnormals, magnitudes beyond about 1e±17), it converts instead.
+// value (subnormals, and decimal exponents below -17 or above 26, whose
+// scales pass 10^22), it converts instead.
 SixDigits RoundToSixDigits(double magnitude) {
     constexpr double kTieMargin = 1e-7;
     std::uint64_t bits;
