@@ -120,7 +120,13 @@ private:
 class TreeBuilder : public rapidjson::BaseReaderHandler<rapidjson::UTF8<char>, TreeBuilder> {
 public:
     TreeBuilder(Property& root, bool itemsMode, const LocatingStream* stream = nullptr)
-        : m_root(root), m_itemsMode(itemsMode), m_stream(stream) {}
+        : m_root(root), m_itemsMode(itemsMode), m_stream(stream) {
+        // Grown a frame at a time, the vector freed blocks of a frame's size
+        // among the new tree's nodes, and glibc then took a tenth longer to
+        // merge the freed nodes of the previous tree (flat documents, as
+        // measured); few documents nest deeper than this.
+        m_frames.reserve(kReservedFrames);
+    }
 
     bool Null() { return Place<Access::Container>(); }
     bool Bool(bool b) { return Place<bool>(b); }
@@ -325,6 +331,8 @@ private:
         const std::size_t items = Access::Children(m_root).size();
         return items == 0 ? 0 : items - 1;
     }
+
+    static constexpr std::size_t kReservedFrames = 16;
 
     Property& m_root;
     const bool m_itemsMode;
