@@ -1,7 +1,9 @@
 # The two commands of the README, and the other build configurations. Every
 # target installs what is missing first, so each works on a fresh Debian.
-# The debug, release and sanitize builds are the CMake presets of the same
-# names (CMakePresets.json), so an IDE or `cmake --preset` builds the same.
+# The debug, release, sanitize, tsan, coverage, fuzz and arm64 builds are the
+# CMake presets of the same names (CMakePresets.json), so an IDE or
+# `cmake --preset` builds the same; on Debian, the clang builds' presets are
+# given the compiler as below (CLANG).
 BUILD ?= build
 JOBS ?= $(shell nproc)
 PREFIX ?= /usr/local
@@ -14,8 +16,13 @@ SANITIZER_ENV = ASAN_OPTIONS=detect_leaks=1:halt_on_error=1:abort_on_error=1:det
 # the project's code to warnings as errors.
 configure = cmake --preset $(1) -B $(BUILD)/$(2) -DTARSEL_WERROR=ON $(3) $(CMAKE_FLAGS) > /dev/null
 
+# The sanitizer, coverage and fuzzing builds' compiler. Debian names its clang
+# by version; on macOS the presets' default compiler, Apple's clang, is the
+# one to use.
+CLANG = -DCMAKE_CXX_COMPILER=clang++-14
+
 .PHONY: all demo test test-release sanitize bench install install-check check-macos check-arm64 deps clean
-.PHONY: fuzz tsan coverage
+.PHONY: fuzz tsan coverage release-lib format format-check
 
 all: test
 
@@ -25,9 +32,7 @@ deps:
 # The tour ends with set on a scratch copy and diff of the copy against the
 # original, which exits 1 because they now differ.
 DEMO_COPY = $(BUILD)/demo-settings.json
-demo: deps
-	@$(call configure,release,release)
-	@cmake --build $(BUILD)/release --target tarsel -j $(JOBS)
+demo: release-lib
 	$(BUILD)/release/bin/tarsel --version
 	$(BUILD)/release/bin/tarsel demo
 	$(BUILD)/release/bin/tarsel show examples/settings.json
@@ -47,11 +52,9 @@ test: deps
 	@cmake --build $(BUILD)/debug -j $(JOBS)
 	ctest --test-dir $(BUILD)/debug --output-on-failure -j $(JOBS)
 
-# Debian names its clang by version; on macOS the preset's default compiler,
-# Apple's clang, is the one to use.
 sanitize:
 	@scripts/install-deps --with-clang
-	@$(call configure,sanitize,sanitize,-DCMAKE_CXX_COMPILER=clang++-14)
+	@$(call configure,sanitize,sanitize,$(CLANG))
 	@cmake --build $(BUILD)/sanitize -j $(JOBS)
 	$(SANITIZER_ENV) ctest --test-dir $(BUILD)/sanitize --output-on-failure -j $(JOBS)
 
@@ -59,8 +62,7 @@ sanitize:
 # "Concurrent...") among it: a data race fails the run.
 tsan:
 	@scripts/install-deps --with-clang
-	@cmake -S . -B $(BUILD)/tsan -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_COMPILER=clang++-14 -DTARSEL_TSAN=ON \
-	    -DTARSEL_BUILD_BENCH=OFF -DTARSEL_WERROR=ON $(CMAKE_FLAGS) > /dev/null
+	@$(call configure,tsan,tsan,$(CLANG))
 	@cmake --build $(BUILD)/tsan -j $(JOBS)
 	TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 ctest --test-dir $(BUILD)/tsan --output-on-failure -j $(JOBS)
 
@@ -70,8 +72,7 @@ tsan:
 # under a file size limit leaves a cut-off profile, which the merge skips.
 coverage:
 	@scripts/install-deps --with-clang --with-coverage
-	@cmake -S . -B $(BUILD)/coverage -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_COMPILER=clang++-14 -DTARSEL_COVERAGE=ON \
-	    -DTARSEL_BUILD_BENCH=OFF -DTARSEL_WERROR=ON $(CMAKE_FLAGS) > /dev/null
+	@$(call configure,coverage,coverage,$(CLANG))
 	@cmake --build $(BUILD)/coverage -j $(JOBS)
 	@rm -rf $(BUILD)/coverage/profiles
 	@mkdir -p $(BUILD)/coverage/profiles && chmod 1777 $(BUILD)/coverage/profiles
@@ -89,9 +90,7 @@ coverage:
 FUZZ_SECONDS ?= 60
 fuzz:
 	@scripts/install-deps --with-clang
-	@cmake -S . -B $(BUILD)/fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -g" \
-	    -DCMAKE_CXX_COMPILER=clang++-14 -DTARSEL_BUILD_FUZZ=ON -DTARSEL_BUILD_TESTS=OFF -DTARSEL_BUILD_BENCH=OFF \
-	    -DTARSEL_BUILD_TOOLS=OFF -DTARSEL_WERROR=ON $(CMAKE_FLAGS) > /dev/null
+	@$(call configure,fuzz,fuzz,$(CLANG))
 	@cmake --build $(BUILD)/fuzz -j $(JOBS)
 	$(SANITIZER_ENV) fuzz/run $(BUILD)/fuzz $(FUZZ_SECONDS)
 
@@ -107,9 +106,13 @@ test-release: deps
 	@cmake --build $(BUILD)/release -j $(JOBS)
 	ctest --test-dir $(BUILD)/release --output-on-failure -j $(JOBS)
 
-install: deps
+# The library and the tool of the Release build, what make install installs;
+# nothing to do once make test-release has built everything there.
+release-lib: deps
 	@$(call configure,release,release)
 	@cmake --build $(BUILD)/release --target TarselCore tarsel -j $(JOBS)
+
+install: release-lib
 	cmake --install $(BUILD)/release --prefix $(PREFIX)
 
 # Compiles every source for macOS, as its build does it: clang 19 with libc++
@@ -129,31 +132,72 @@ check-arm64:
 	@cmake --build $(BUILD)/arm64 -j $(JOBS)
 	QEMU_LD_PREFIX=/ ctest --test-dir $(BUILD)/arm64 --output-on-failure -j $(JOBS)
 
-# The Debug build of `make test`, installed into a scratch prefix that is then
-# moved, as a packager or a user may move it; then, against the moved prefix:
-# the installed tool with no library path set, the example client through
-# CMake with g++ and with clang 14 (whose default standard is C++14, so the
-# package must carry C++17 itself), the same client built through pkg-config, and a
-# parent project that builds Tarsel with add_subdirectory.
-install-check: test
+# The Release build, as make install installs it, put into a scratch prefix
+# that is then moved, as a packager or a user may move it; then, against the
+# moved prefix: the installed tool with no library path set, the example
+# client through CMake with g++ and with clang 14 (whose default standard is
+# C++14, so the package must carry C++17 itself), the same client built
+# through pkg-config, and a parent project that builds Tarsel with
+# add_subdirectory. The Release suite is make test-release's to run: in CI it
+# runs first, and the build here has nothing left to do.
+#
+# The pkg-config client compiles against a copy of RapidJSON's headers outside
+# the compiler's default folders, found through a RapidJSON.pc that pkg-config
+# reads first, as on a Homebrew machine; its dependency list must name the
+# copy's rapidjson/fwd.h and no other RapidJSON header. The system's copy is
+# always on the include path, so only tarsel-core.pc's "Requires: RapidJSON"
+# puts the copy before it.
+RAPIDJSON_ELSEWHERE = $(CURDIR)/$(BUILD)/rapidjson-elsewhere
+PC_CLIENT_DEPS = $(BUILD)/client/settings-client-pc.d
+INSTALLED_PKG_CONFIG = PKG_CONFIG_PATH=$(RAPIDJSON_ELSEWHERE)/pkgconfig:$(BUILD)/moved-prefix/lib/pkgconfig pkg-config
+install-check: release-lib
 	@scripts/install-deps --with-clang
-	@rm -rf $(BUILD)/prefix $(BUILD)/moved-prefix $(BUILD)/client $(BUILD)/client-clang $(BUILD)/parent
-	@cmake --install $(BUILD)/debug --prefix $(CURDIR)/$(BUILD)/prefix > /dev/null
+	@rm -rf $(BUILD)/prefix $(BUILD)/moved-prefix $(BUILD)/client $(BUILD)/client-clang $(BUILD)/parent \
+	    $(RAPIDJSON_ELSEWHERE)
+	@cmake --install $(BUILD)/release --prefix $(CURDIR)/$(BUILD)/prefix > /dev/null
 	@mv $(BUILD)/prefix $(BUILD)/moved-prefix
 	env -u LD_LIBRARY_PATH $(BUILD)/moved-prefix/bin/tarsel get examples/settings.json video/width
 	@cmake -S examples/client -B $(BUILD)/client -DCMAKE_PREFIX_PATH=$(CURDIR)/$(BUILD)/moved-prefix > /dev/null
 	@cmake --build $(BUILD)/client -j $(JOBS)
 	LD_LIBRARY_PATH=$(BUILD)/moved-prefix/lib $(BUILD)/client/settings-client examples/settings.json video/width
-	@cmake -S examples/client -B $(BUILD)/client-clang -DCMAKE_CXX_COMPILER=clang++-14 \
-	    -DCMAKE_PREFIX_PATH=$(CURDIR)/$(BUILD)/moved-prefix > /dev/null
+	@cmake -S examples/client -B $(BUILD)/client-clang $(CLANG) -DCMAKE_PREFIX_PATH=$(CURDIR)/$(BUILD)/moved-prefix \
+	    > /dev/null
 	@cmake --build $(BUILD)/client-clang -j $(JOBS)
 	LD_LIBRARY_PATH=$(BUILD)/moved-prefix/lib $(BUILD)/client-clang/settings-client examples/settings.json video/width
-	c++ examples/client/main.cpp -o $(BUILD)/client/settings-client-pc \
-	    $$(PKG_CONFIG_PATH=$(BUILD)/moved-prefix/lib/pkgconfig pkg-config --cflags --libs tarsel-core)
+	@mkdir -p $(RAPIDJSON_ELSEWHERE)/include $(RAPIDJSON_ELSEWHERE)/pkgconfig
+	@cp -R "$$(pkg-config --variable=includedir RapidJSON)/rapidjson" $(RAPIDJSON_ELSEWHERE)/include/
+	@printf 'includedir=%s\n\nName: RapidJSON\nDescription: %s\nVersion: %s\nCflags: -I$${includedir}\n' \
+	    $(RAPIDJSON_ELSEWHERE)/include "RapidJSON's headers outside the default include path" \
+	    "$$(pkg-config --modversion RapidJSON)" > $(RAPIDJSON_ELSEWHERE)/pkgconfig/RapidJSON.pc
+	$(INSTALLED_PKG_CONFIG) --cflags --libs tarsel-core
+	c++ examples/client/main.cpp -o $(BUILD)/client/settings-client-pc -MD -MF $(PC_CLIENT_DEPS) \
+	    $$($(INSTALLED_PKG_CONFIG) --cflags --libs tarsel-core)
+	@grep -q '$(RAPIDJSON_ELSEWHERE)/include/rapidjson/fwd.h' $(PC_CLIENT_DEPS) \
+	    && ! tr ' ' '\n' < $(PC_CLIENT_DEPS) | grep '/rapidjson/' | grep -qv '^$(RAPIDJSON_ELSEWHERE)/' \
+	    || { echo "install-check: the pkg-config client did not take RapidJSON from $(RAPIDJSON_ELSEWHERE)" \
+	        "(does tarsel-core.pc require RapidJSON?); its headers:" >&2; \
+	        tr ' ' '\n' < $(PC_CLIENT_DEPS) | grep '/rapidjson/' >&2; exit 1; }
+	@echo "install-check: the pkg-config client read $$(tr ' ' '\n' < $(PC_CLIENT_DEPS) | grep -c '/rapidjson/')" \
+	    "RapidJSON header(s), all from $(RAPIDJSON_ELSEWHERE)/include"
 	LD_LIBRARY_PATH=$(BUILD)/moved-prefix/lib $(BUILD)/client/settings-client-pc examples/settings.json video/width
 	@cmake -S examples/parent -B $(BUILD)/parent -DTARSEL_SOURCE_DIR=$(CURDIR) > /dev/null
 	@cmake --build $(BUILD)/parent -j $(JOBS)
 	$(BUILD)/parent/parent-app
+
+# The tracked C++ sources against .clang-format: format-check names each file
+# that formatting would change, format rewrites them in place.
+FORMAT_SOURCES = $(wildcard $(shell git ls-files '*.cpp' '*.h'))
+format-check:
+	@scripts/install-deps --with-format
+	@mkdir -p $(BUILD)
+	@clang-format-14 --dry-run --Werror $(FORMAT_SOURCES) 2> $(BUILD)/format-check.log || { \
+	    sed -n 's/^\(.*\):[0-9]*:[0-9]*: error: code should be clang-formatted.*/\1/p' $(BUILD)/format-check.log \
+	        | uniq | grep . || cat $(BUILD)/format-check.log; \
+	    echo "format-check: the files above differ from .clang-format; make format rewrites them" >&2; exit 1; }
+
+format:
+	@scripts/install-deps --with-format
+	clang-format-14 -i $(FORMAT_SOURCES)
 
 clean:
 	rm -rf $(BUILD)

@@ -1,5 +1,8 @@
 // A client of Tarsel Core: reads a setting from a JSON settings file.
 //   settings-client FILE PATH
+// Built by CMakeLists.txt beside it, or through pkg-config, which cannot say
+// that the headers need C++17:
+//   c++ -std=c++17 main.cpp $(pkg-config --cflags --libs tarsel-core)
 #include <Core/Interfaces/Tarsel.h>
 
 #include <iostream>
