@@ -94,11 +94,16 @@ fuzz:
 	@cmake --build $(BUILD)/fuzz -j $(JOBS)
 	$(SANITIZER_ENV) fuzz/run $(BUILD)/fuzz $(FUZZ_SECONDS)
 
+# The Google Benchmark programs, then the JSON load and save counted in
+# instructions (scripts/bench-instructions: perf where the machine counts,
+# else callgrind where valgrind is installed), which swing far less between
+# runs on shared machines than times do.
 bench: deps
 	@cmake -S . -B $(BUILD)/bench -DCMAKE_BUILD_TYPE=Release -DTARSEL_BUILD_TESTS=OFF -DTARSEL_WERROR=ON \
 	    $(CMAKE_FLAGS) > /dev/null
 	@cmake --build $(BUILD)/bench -j $(JOBS)
 	@for b in $(BUILD)/bench/bin/bench_*; do echo "== $$b"; $$b --benchmark_min_time=0.2 || exit 1; done
+	@scripts/bench-instructions $(BUILD)/bench/bin/bench_Json
 
 # The Release build a packager makes: every target, and the whole suite.
 test-release: deps

@@ -4,10 +4,17 @@
 // document over the time, in every column, so the columns compare the same
 // information. Every load, ours and the peers', includes freeing what it
 // built, as an application frees the tree it replaces.
+//
+// The floors are what no load of ours can go below: reading the text
+// (parse_floor) and the tree of real nodes that the public interface fixes,
+// built and freed as a load does (node_floor). With --count=... the program
+// runs chosen operations for an instruction count instead (see the end).
 #include "BenchSupport.h"
+#include "NodePlan.h"
 #include "support/JsonDocuments.h"
 
 #include <Core/Interfaces/PropertySerializer.h>
+#include <Core/Interfaces/internal/JsonTextStream.h>
 
 #include <benchmark/benchmark.h>
 #include <boost/property_tree/json_parser.hpp>
@@ -19,13 +26,29 @@
 #include <rapidjson/writer.h>
 
 #include <algorithm>
+#include <charconv>
+#include <cstdlib>
 #include <cstring>
 #include <iomanip>
 #include <iostream>
 #include <map>
 #include <memory>
+#include <new>
+#include <optional>
 #include <sstream>
+#include <stdexcept>
+#include <string_view>
+#include <system_error>
 #include <vector>
+
+// Callgrind's requests, when valgrind's headers are installed: they only
+// speed the instruction count up (see StartInstrumentation).
+#if __has_include(<valgrind/callgrind.h>)
+#include <valgrind/callgrind.h>
+#define TARSEL_BENCH_CALLGRIND_REQUESTS 1
+#else
+#define TARSEL_BENCH_CALLGRIND_REQUESTS 0
+#endif
 
 using namespace Tarsel;
 using namespace Tarsel::Core;
@@ -67,33 +90,116 @@ private:
     std::size_t m_position = 0;
 };
 
+// --- The measured operations ----------------------------------------------------
+// Each is set up once from a document, outside what is measured, and then run
+// as often as asked: by a benchmark's timed loop (Measure), or by the count of
+// instructions (Count, at the end), which so counts exactly what a row times.
+
+// A load into a fresh tree, and the tree freed, as an application frees the
+// tree it replaces.
+class Load {
+public:
+    explicit Load(const std::string& document) : m_document(document) {}
+    void operator()() const {
+        Property tree("root");
+        PropertySerializer::Deserialize(tree, new BufferInput(m_document), false);
+        benchmark::DoNotOptimize(&tree);
+    }
+
+private:
+    const std::string& m_document;
+};
+
+// Saving with the given double text: the default (SixDigits), or the exact
+// save beside it.
+template <PropertySerializer::DoubleText kDoubleText>
+class Save {
+public:
+    explicit Save(const std::string& document) : m_tree("root") {
+        PropertySerializer::Deserialize(m_tree, new BufferInput(document), false);
+    }
+    void operator()() const {
+        const auto out = MemoryDataOutput::Create();
+        PropertySerializer::Serialize(m_tree, out, false, kDoubleText);
+        benchmark::DoNotOptimize(out->GetData().data());
+    }
+
+private:
+    Property m_tree;
+};
+
+// --- Floors ------------------------------------------------------------------------
+// What no load can go below, measured in the same run: reading the document
+// (the parse floor) and building and freeing the tree of it (the node floor).
+
+// The parse floor: the input copied into a buffer, as a load reads it, and
+// RapidJSON's reader with the library's flags (iterative, in place, numbers
+// handed over as text, which the library then reads itself) feeding a
+// handler that does nothing.
+class ParseFloor {
+public:
+    explicit ParseFloor(const std::string& document) : m_document(document), m_copy(document.size() + 1) {}
+    void operator()() {
+        std::memcpy(m_copy.data(), m_document.c_str(), m_document.size() + 1);
+        rapidjson::InsituStringStream stream(m_copy.data());
+        rapidjson::BaseReaderHandler<> nothing;
+        rapidjson::Reader reader;
+        constexpr unsigned kFlags =
+            rapidjson::kParseIterativeFlag | rapidjson::kParseInsituFlag | rapidjson::kParseNumbersAsStringsFlag;
+        benchmark::DoNotOptimize(reader.Parse<kFlags>(stream, nothing).IsError());
+    }
+
+private:
+    const std::string& m_document;
+    std::vector<char> m_copy;
+};
+
+Property LoadedTree(const std::string& document) {
+    Property tree("root");
+    PropertySerializer::Deserialize(tree, new BufferInput(document), false);
+    return tree;
+}
+
+// The node floor: the tree of the document made of real nodes, Property in
+// std::list with its default allocator, exactly as a load makes them (see
+// NodePlan), and freed by the tree's own destructor. Around the nodes, the
+// memory a load uses besides: first the zeroed buffer of the document's size
+// that it reads the text into, freed once the tree is built, so that the cost
+// of the allocator reusing the previous tree's freed nodes is in the floor
+// too. Copying the text into that buffer is the parse floor's.
+class NodeFloor {
+public:
+    explicit NodeFloor(const std::string& document)
+        : m_bufferSize(document.size() + Json::kTextPadding), m_plan(LoadedTree(document)) {}
+    void operator()() {
+        Property tree("root");
+        void* const buffer = std::calloc(m_bufferSize, 1);
+        if (buffer == nullptr) {
+            throw std::bad_alloc();
+        }
+        benchmark::DoNotOptimize(buffer);
+        m_plan.Build(tree);
+        std::free(buffer);
+        benchmark::DoNotOptimize(&tree);
+    }
+
+private:
+    std::size_t m_bufferSize;
+    TarselBench::NodePlan m_plan;
+};
+
 // --- Benchmarks ------------------------------------------------------------------
 
 void SetBytes(benchmark::State& state, const std::string& document) {
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * document.size()));
 }
 
-void TarselLoad(benchmark::State& state, const std::string* name) {
+template <class Operation>
+void Measure(benchmark::State& state, const std::string* name) {
     const std::string& document = Document(*name);
+    Operation operation(document);
     for (auto _ : state) {
-        Property tree("root");
-        PropertySerializer::Deserialize(tree, new BufferInput(document), false);
-        benchmark::DoNotOptimize(&tree);
-    }
-    SetBytes(state, document);
-}
-
-// Saving with the given double text: the default (SixDigits), or the exact
-// save beside it.
-template <PropertySerializer::DoubleText kDoubleText>
-void TarselSave(benchmark::State& state, const std::string* name) {
-    const std::string& document = Document(*name);
-    Property tree("root");
-    PropertySerializer::Deserialize(tree, new BufferInput(document), false);
-    for (auto _ : state) {
-        const auto out = MemoryDataOutput::Create();
-        PropertySerializer::Serialize(tree, out, false, kDoubleText);
-        benchmark::DoNotOptimize(out->GetData().data());
+        operation();
     }
     SetBytes(state, document);
 }
@@ -111,38 +217,16 @@ void TarselFree(benchmark::State& state, const std::string* name) {
     SetBytes(state, document);
 }
 
-// --- Floors ------------------------------------------------------------------------
-// What no load can go below, measured in the same run: reading the document
-// (the parse floor) and the memory a tree of it takes (the node floor).
-
-// The parse floor: the input copied into a buffer, as a load reads it, and
-// RapidJSON's reader with the library's flags (iterative, in place, numbers
-// handed over as text, which the library then reads itself) feeding a
-// handler that does nothing.
-void ParseFloor(benchmark::State& state, const std::string* name) {
-    const std::string& document = Document(*name);
-    std::vector<char> copy(document.size() + 1);
-    for (auto _ : state) {
-        std::memcpy(copy.data(), document.c_str(), document.size() + 1);
-        rapidjson::InsituStringStream stream(copy.data());
-        rapidjson::BaseReaderHandler<> nothing;
-        rapidjson::Reader reader;
-        constexpr unsigned kFlags =
-            rapidjson::kParseIterativeFlag | rapidjson::kParseInsituFlag | rapidjson::kParseNumbersAsStringsFlag;
-        benchmark::DoNotOptimize(reader.Parse<kFlags>(stream, nothing).IsError());
-    }
-    SetBytes(state, document);
-}
-
-// What loading a document allocates, in the order a load allocates it: for
-// each node of the tree, the node of std::list<Property> (the Property and
-// the list's two links), then its name and its string value where they do
-// not fit inside the string object.
+// The node floor as it was first written, kept to compare with: bare blocks
+// of the sizes a load allocates, in the order it allocates them, written
+// whole and freed, with no list, no constructor and no destructor. What
+// loading a document allocates: for each node of the tree, the node of
+// std::list<Property> (the Property and the list's two links), then its name
+// and its string value where they do not fit inside the string object.
 std::vector<std::size_t> LoadAllocations(const std::string& document) {
     const std::size_t nodeSize = sizeof(Property) + 2 * sizeof(void*);
     const std::size_t inPlace = std::string().capacity();
-    Property tree("root");
-    PropertySerializer::Deserialize(tree, new BufferInput(document), false);
+    const Property tree = LoadedTree(document);
     std::vector<std::size_t> sizes;
     std::vector<const Property*> pending{&tree};
     while (!pending.empty()) {
@@ -167,12 +251,9 @@ std::vector<std::size_t> LoadAllocations(const std::string& document) {
     return sizes;
 }
 
-// The node floor: memory used the way a load uses it. A zeroed buffer of the
-// document's size, then every allocation of the tree, each written whole,
-// then the buffer freed, then the tree's blocks; so the cost of glibc
-// merging the previous tree's freed nodes when the next buffer is allocated
-// is in the floor too.
-void NodeFloor(benchmark::State& state, const std::string* name) {
+// A zeroed buffer of the document's size, then every block, each written
+// whole, then the buffer freed, then the blocks.
+void BlockFloor(benchmark::State& state, const std::string* name) {
     const std::string& document = Document(*name);
     const std::vector<std::size_t> sizes = LoadAllocations(document);
     std::vector<void*> blocks(sizes.size());
@@ -285,13 +366,13 @@ void Register(const std::string& name, Function function, const std::string* doc
 }
 
 void RegisterAll() {
-    const std::pair<const char*, Function> loads[] = {
-        {"tarsel", TarselLoad},     {"rapidjson", RapidJsonLoad}, {"rj_iterative", RapidJsonIterativeLoad},
-        {"nlohmann", NlohmannLoad}, {"ptree", PropertyTreeLoad},  {"parse_floor", ParseFloor},
-        {"node_floor", NodeFloor}};
     using Text = PropertySerializer::DoubleText;
-    const std::pair<const char*, Function> saves[] = {{"tarsel", TarselSave<Text::SixDigits>},
-                                                      {"tarsel_exact", TarselSave<Text::RoundTrip>},
+    const std::pair<const char*, Function> loads[] = {
+        {"tarsel", Measure<Load>},          {"rapidjson", RapidJsonLoad}, {"rj_iterative", RapidJsonIterativeLoad},
+        {"nlohmann", NlohmannLoad},         {"ptree", PropertyTreeLoad},  {"parse_floor", Measure<ParseFloor>},
+        {"node_floor", Measure<NodeFloor>}, {"block_floor", BlockFloor}};
+    const std::pair<const char*, Function> saves[] = {{"tarsel", Measure<Save<Text::SixDigits>>},
+                                                      {"tarsel_exact", Measure<Save<Text::RoundTrip>>},
                                                       {"rapidjson", RapidJsonSave},
                                                       {"nlohmann", NlohmannSave},
                                                       {"ptree", PropertyTreeSave}};
@@ -326,11 +407,14 @@ public:
     // each peer's; for loads the two floors' MB/s, our time over the sum of
     // theirs, and the share of our time that is freeing the tree. A dash
     // marks what was not measured (filtered out, or no such variant:
-    // rj_iterative and the floors only load). Then how the time grows with
-    // ten times the elements.
+    // rj_iterative and the floors only load). Then the load over the floors
+    // with the earlier node floor of bare blocks, and how the time grows
+    // with ten times the elements.
     void PrintSummary(std::ostream& out) const {
-        out << "\nMB/s of the source document, medians (ratio: tarsel / peer; floors: tarsel's load time over the sum "
-               "of the parse and node floors'; free: the share of tarsel's load that frees the tree)\n"
+        out << "\nMB/s of the source document, medians (ratio: tarsel / peer; load/floors: tarsel's load time over "
+               "the sum of the parse floor's and the node floor's, the node floor being the document's tree of real "
+               "nodes, Property in std::list, built and freed as a load does; free: the share of tarsel's load that "
+               "frees the tree)\n"
             << std::left << std::setw(22) << "operation/document" << std::right;
         out << std::setw(13) << "tarsel";
         for (const char* peer : kPeers) {
@@ -347,6 +431,13 @@ public:
                 PrintRow(out, std::string(operation) + "/" + name);
             }
         }
+        out << "\nload, time over the parse floor and the block floor (bare blocks of a load's sizes, no nodes):";
+        for (const auto& [name, make] : JsonDocumentMakers()) {
+            out << "  " << name << " ";
+            PrintFigure(out, 0, FloorsRatio("load/" + name, "block_floor"), 2, "x");
+        }
+        out << "\n\nTimes swing between runs on shared machines; scripts/bench-instructions counts the instructions, "
+               "which do not.";
         for (const char* operation : {"load", "save"}) {
             const std::string row = std::string(operation) + "/flat_";
             out << "\n" << operation << ", time for ten times the elements:";
@@ -378,14 +469,18 @@ private:
         for (const char* peer : kPeers) {
             PrintFigure(out, 15, Ratio(Get(row, peer).milliseconds, ours), 2, "x");
         }
-        const Result parse = Get(row, "parse_floor");
-        const Result nodes = Get(row, "node_floor");
-        PrintFigure(out, 13, parse.megabytesPerSecond, 1, "");
-        PrintFigure(out, 13, nodes.megabytesPerSecond, 1, "");
-        PrintFigure(out, 12, parse.milliseconds > 0 && nodes.milliseconds > 0
-                                 ? Ratio(ours, parse.milliseconds + nodes.milliseconds) : 0.0, 2, "x");
+        PrintFigure(out, 13, Get(row, "parse_floor").megabytesPerSecond, 1, "");
+        PrintFigure(out, 13, Get(row, "node_floor").megabytesPerSecond, 1, "");
+        PrintFigure(out, 12, FloorsRatio(row, "node_floor"), 2, "x");
         PrintFigure(out, 7, 100 * Ratio(Get(row, "tarsel_free").milliseconds, ours), 0, "%");
         out << "\n";
+    }
+
+    // Our load time over the parse floor's and the given node floor's.
+    double FloorsRatio(const std::string& row, const char* nodeFloor) const {
+        const double parse = Get(row, "parse_floor").milliseconds;
+        const double nodes = Get(row, nodeFloor).milliseconds;
+        return parse > 0 && nodes > 0 ? Ratio(Get(row, "tarsel").milliseconds, parse + nodes) : 0.0;
     }
 
     void PrintGrowth(std::ostream& out, const std::string& smaller, const std::string& larger) const {
@@ -414,10 +509,145 @@ private:
     std::map<std::string, Result> m_results;
 };
 
+// --- Counting instructions ------------------------------------------------------------
+// bench_Json --count=OPERATION[,OPERATION...] --document=NAME [--times=N] runs
+// each operation (load, save, parse_floor, node_floor: the rows of those
+// names, save with the default double text) on the document N times, 1
+// unless told, after one run that is not counted, and does nothing else.
+// The instructions are counted from outside by scripts/bench-instructions:
+// under callgrind, told to count only inside RunCounted and to write the
+// total out each time CountedPass returns; or under perf, as the difference
+// from a run of no times.
+
+// The one function whose instructions are counted.
+template <class Operation>
+[[gnu::noinline]] void RunCounted(Operation& operation, unsigned long times) {
+    for (unsigned long i = 0; i < times; ++i) {
+        operation();
+    }
+}
+
+// One count, whose instructions are written out when it returns: a
+// function of its own, since callgrind applies one option to a function.
+template <class Operation>
+[[gnu::noinline]] void CountedPass(Operation& operation, unsigned long times) {
+    RunCounted(operation, times);
+}
+
+// Under callgrind started with --instr-atstart=no, only the counted passes
+// are instrumented: making the document, setting up and the first run go
+// several times faster. Without valgrind's header every instruction is
+// instrumented instead (scripts/bench-instructions notices and asks for
+// that); the counts are the same either way.
+void StartInstrumentation() {
+#if TARSEL_BENCH_CALLGRIND_REQUESTS
+    CALLGRIND_START_INSTRUMENTATION;
+#endif
+}
+
+void StopInstrumentation() {
+#if TARSEL_BENCH_CALLGRIND_REQUESTS
+    CALLGRIND_STOP_INSTRUMENTATION;
+#endif
+}
+
+// The first run, not counted, leaves the allocator as a timed row's warm-up
+// does: the counted runs reuse the memory that the trees before them freed.
+template <class Operation>
+void Count(const std::string& document, unsigned long times) {
+    Operation operation(document);
+    operation();
+    StartInstrumentation();
+    CountedPass(operation, times);
+    StopInstrumentation();
+}
+
+using Counted = void (*)(const std::string&, unsigned long);
+
+Counted CountedOperation(std::string_view name) {
+    const std::pair<std::string_view, Counted> operations[] = {
+        {"load", Count<Load>},
+        {"save", Count<Save<PropertySerializer::DoubleText::SixDigits>>},
+        {"parse_floor", Count<ParseFloor>},
+        {"node_floor", Count<NodeFloor>}};
+    for (const auto& [operationName, count] : operations) {
+        if (operationName == name) {
+            return count;
+        }
+    }
+    return nullptr;
+}
+
+bool IsDocument(const std::string& name) {
+    const auto& makers = JsonDocumentMakers();
+    return std::any_of(makers.begin(), makers.end(), [&name](const auto& maker) { return maker.first == name; });
+}
+
+// What a count is asked for; empty operations when the arguments ask for no
+// count. Throws std::invalid_argument naming what it cannot follow.
+struct CountRequest {
+    std::vector<Counted> operations;
+    std::string document;
+    unsigned long times = 1;
+
+    static CountRequest FromArguments(int argc, char** argv) {
+        CountRequest request;
+        std::string_view operations;
+        for (int i = 1; i < argc; ++i) {
+            const std::string_view argument(argv[i]);
+            if (const auto value = Value(argument, "--count=")) {
+                operations = *value;
+            } else if (const auto document = Value(argument, "--document=")) {
+                request.document = std::string(*document);
+            } else if (const auto times = Value(argument, "--times=")) {
+                const auto [end, error] = std::from_chars(times->data(), times->data() + times->size(), request.times);
+                if (error != std::errc() || end != times->data() + times->size()) {
+                    throw std::invalid_argument("--times takes a count, not " + std::string(*times));
+                }
+            }
+        }
+        for (std::size_t start = 0; start < operations.size();) {
+            const std::size_t comma = std::min(operations.find(',', start), operations.size());
+            const std::string_view name = operations.substr(start, comma - start);
+            const Counted operation = CountedOperation(name);
+            if (operation == nullptr) {
+                throw std::invalid_argument("no operation " + std::string(name) +
+                                            " to count (load, save, parse_floor, node_floor)");
+            }
+            request.operations.push_back(operation);
+            start = comma + 1;
+        }
+        if (!request.operations.empty() && !IsDocument(request.document)) {
+            throw std::invalid_argument("no document \"" + request.document + "\" (--document=NAME)");
+        }
+        return request;
+    }
+
+private:
+    static std::optional<std::string_view> Value(std::string_view argument, std::string_view option) {
+        if (argument.substr(0, option.size()) != option) {
+            return std::nullopt;
+        }
+        return argument.substr(option.size());
+    }
+};
+
 }  // namespace
 
 int main(int argc, char** argv) {
     TarselBench::KeepFreedMemory();
+    try {
+        const CountRequest count = CountRequest::FromArguments(argc, argv);
+        if (!count.operations.empty()) {
+            for (const Counted operation : count.operations) {
+                operation(Document(count.document), count.times);
+            }
+            return 0;
+        }
+    } catch (const std::invalid_argument& refused) {
+        std::cerr << argv[0] << ": " << refused.what() << "\n";
+        return 2;
+    }
     RegisterAll();
     benchmark::Initialize(&argc, argv);
     CollectingReporter reporter;
