@@ -1,6 +1,6 @@
 // MD5Generate over a large in-memory source against the bare one-shot digest
-// of the same bytes and against that digest after the same copy, and the cost of a fresh-seeded UUID against a generator
-// kept across calls.
+// of the same bytes and against that digest after the same copy, and the cost of a fresh-seeded UUID against a
+// generator kept across calls.
 #include <Core/Interfaces/Digest.h>
 
 #include <benchmark/benchmark.h>

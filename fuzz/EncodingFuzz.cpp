@@ -69,7 +69,12 @@ Outcome<std::u32string> DecodeUtf8(std::string_view bytes) {
     Outcome<std::u32string> out;
     for (std::size_t i = 0; i < bytes.size();) {
         const unsigned char lead = static_cast<unsigned char>(bytes[i]);
-        const std::size_t length = lead < 0x80 ? 1 : lead < 0xC0 ? 0 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : lead < 0xF8 ? 4 : 0;
+        const std::size_t length = lead < 0x80   ? 1
+                                   : lead < 0xC0 ? 0
+                                   : lead < 0xE0 ? 2
+                                   : lead < 0xF0 ? 3
+                                   : lead < 0xF8 ? 4
+                                                 : 0;
         if (length == 0) {
             out.refusal = Refusal::InvalidUtf8;
             return out;
@@ -178,7 +183,8 @@ void CheckUtf8(const std::string& text) {
     const Outcome<std::u32string> decoded = DecodeUtf8(text);
     const auto utf16 = Attempt([&] { return Utf16FromUtf8(text); });
     TARSEL_FUZZ_CHECK(utf16 == Expected(decoded, EncodeUtf16(decoded.value)));
-    const Outcome<std::wstring> expectedWide = Expected(decoded, std::wstring(decoded.value.begin(), decoded.value.end()));
+    const Outcome<std::wstring> expectedWide =
+        Expected(decoded, std::wstring(decoded.value.begin(), decoded.value.end()));
     const auto wide = Attempt([&] { return WstringFromUtf8(text); });
     TARSEL_FUZZ_CHECK(wide == expectedWide);
     const char* begin = text.data();

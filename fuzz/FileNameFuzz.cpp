@@ -171,8 +171,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     CheckGrouping(paths);
 
-    const std::vector<std::string> others(fields.begin() + 2,
-                                          fields.begin() + static_cast<std::ptrdiff_t>(std::min<std::size_t>(fields.size(), 8)));
+    const std::vector<std::string> others(
+        fields.begin() + 2, fields.begin() + static_cast<std::ptrdiff_t>(std::min<std::size_t>(fields.size(), 8)));
     CheckFreeName((data[0] & 1) != 0, (data[0] & 2) != 0, fields[0], fields[1], others);
     return 0;
 }

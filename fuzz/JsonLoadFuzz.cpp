@@ -98,8 +98,7 @@ Outcome Attempt(LoadFunction load, const std::string* text = nullptr) {
 }
 
 Outcome Deserialize(Property& target, const std::string& bytes, bool wrapRoot) {
-    return Attempt([&] { PropertySerializer::Deserialize(target, MemoryDataInput::Create(bytes), wrapRoot); },
-                   &bytes);
+    return Attempt([&] { PropertySerializer::Deserialize(target, MemoryDataInput::Create(bytes), wrapRoot); }, &bytes);
 }
 
 std::string Serialize(const Property& property, bool wrapRoot,

@@ -119,7 +119,7 @@ void ReferenceBinaryFraction(double number, Wide* n, Wide* d) {
     int exponent = 0;
     const double mantissa = std::frexp(std::fabs(number), &exponent);  // in [0.5, 1)
     Wide m = static_cast<Wide>(std::ldexp(mantissa, 53));              // exact: 53 bits
-    int fractionBits = 53 - exponent;                                   // |number| = m / 2^fractionBits
+    int fractionBits = 53 - exponent;                                  // |number| = m / 2^fractionBits
     while (fractionBits > 0 && m != 0 && m % 2 == 0) {
         m /= 2;
         --fractionBits;

@@ -350,7 +350,7 @@ void Step(Program& program, Trees& trees) {
     switch (operation) {
     case 0: {  // SetChild(name): name check, then array check
         const std::string name = program.Name();
-        expected = name.empty()            ? Result::NameIsEmpty
+        expected = name.empty()           ? Result::NameIsEmpty
                    : n->type != TypeArray ? Result::MethodIsNotApplicable
                                           : Result::Done;
         if (expected == Result::Done) {
@@ -424,7 +424,7 @@ void Step(Program& program, Trees& trees) {
                 return Result::Done;
             });
         } else {
-            expected = name.empty()            ? Result::NameIsEmpty
+            expected = name.empty()           ? Result::NameIsEmpty
                        : n->type != TypeArray ? Result::MethodIsNotApplicable
                                               : Result::Done;
             if (expected == Result::Done) {
@@ -463,7 +463,7 @@ void Step(Program& program, Trees& trees) {
     }
     case 7: {  // RemoveChild(index)
         const std::size_t index = program.Byte() % 6;
-        expected = n->type != TypeArray            ? Result::MethodIsNotApplicable
+        expected = n->type != TypeArray          ? Result::MethodIsNotApplicable
                    : index >= n->children.size() ? Result::IndexIsOutOfBound
                                                  : Result::Done;
         if (expected == Result::Done) {

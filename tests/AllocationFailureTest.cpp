@@ -95,8 +95,8 @@ void ForEveryAllocation(const std::function<Outcome(Injection)>& round) {
 }
 
 // ThreadSanitizer's build cannot replace operator new (support/ReplacedNew.h).
-#define SKIP_UNLESS_NEW_IS_REPLACED()                                       \
-    if (!TarselTest::kReplacesNew) {                                        \
+#define SKIP_UNLESS_NEW_IS_REPLACED()                                    \
+    if (!TarselTest::kReplacesNew) {                                     \
         GTEST_SKIP() << "operator new cannot be replaced in this build"; \
     }
 
@@ -253,8 +253,8 @@ protected:
     }
 
     std::size_t EntriesInFolder() const {
-        return static_cast<std::size_t>(std::distance(boost::filesystem::directory_iterator(m_dir),
-                                                      boost::filesystem::directory_iterator()));
+        return static_cast<std::size_t>(
+            std::distance(boost::filesystem::directory_iterator(m_dir), boost::filesystem::directory_iterator()));
     }
 };
 

@@ -153,7 +153,7 @@ TEST_F(DataStreamTest, FileOutputWritesUntilCloseWhichReportsAFailedWrite) {
     EXPECT_EQ(output->Write("abc", 3), 3u);
     output->Close();
     EXPECT_EQ(output->Write("d", 1), 0u);  // closed: nothing more is accepted
-    output->Close();                        // and closing again does nothing
+    output->Close();                       // and closing again does nothing
     EXPECT_EQ(ReadFile("out.bin"), "abc");
 
     EXPECT_EXIT(WriteUnderFileSizeLimit<FileDataOutput>([&] { return FileDataOutput::Create(At("limited.bin")); },

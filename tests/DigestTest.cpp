@@ -77,7 +77,7 @@ TEST(MD5Generate, ReadsOnceFromWhereTheSourceStandsTakingItsSizeOnTrust) {
     // A short read is not repeated: the missing tail counts as zero bytes.
     EXPECT_EQ(MD5Hex(new ShortSource(10, "abcd")), "eb1e6704c2991d1627c4417bf6685686");  // abcd, six NULs
     // What Read returns is not looked at: the bytes it wrote are digested.
-    EXPECT_EQ(MD5Hex(new ShortSource(3, "abc", 0)), "900150983cd24fb0d6963f7d28e17f72");  // abc
+    EXPECT_EQ(MD5Hex(new ShortSource(3, "abc", 0)), "900150983cd24fb0d6963f7d28e17f72");    // abc
     EXPECT_EQ(MD5Hex(new ShortSource(10, "abcd", 1)), "eb1e6704c2991d1627c4417bf6685686");  // abcd, six NULs
     // A size that cannot be buffered is bad_alloc, never an overflow.
     EXPECT_THROW(MD5Hex(new ShortSource(SIZE_MAX, "")), std::bad_alloc);

@@ -37,8 +37,8 @@ TEST(DyLib, FindsExportedFunctionsByFullPathAndByShortName) {
     for (const ioPath& path : {ioPath(TARSEL_TEST_MODULE_PATH), kShortNamePath}) {
         DyLib module(path);
         EXPECT_EQ(module.GetProc("NoSuchFunction"), nullptr);
-        ExpectLoaderFailure(module.GetLastError(), "Can't load API 'NoSuchFunction' from module '" +
-                                                       path.utf8string() + "', additional info: ");
+        ExpectLoaderFailure(module.GetLastError(), "Can't load API 'NoSuchFunction' from module '" + path.utf8string() +
+                                                       "', additional info: ");
         const auto function = reinterpret_cast<TwiceAndOne>(module.GetProc(kFunction));
         ASSERT_NE(function, nullptr) << module.GetLastError();
         EXPECT_EQ(module.GetLastError(), "");  // the success clears the failure before it

@@ -88,7 +88,7 @@ TEST(Utf16String, BehavesAsAStringOfUnsignedUnits) {
     EXPECT_EQ((hi + surrogate + hi).rfind(hi), 3u);
     EXPECT_EQ(Utf16String(hi.c_str()).size(), 2u);  // length stops at the zero unit
     Utf16String grown = hi;
-    grown.insert(0, hi);                            // overlapping move inside the buffer
+    grown.insert(0, hi);  // overlapping move inside the buffer
     grown.append(3, short(0x21));
     EXPECT_EQ(grown, Units({0x48, 0x69, 0x48, 0x69, 0x21, 0x21, 0x21}));
     EXPECT_EQ(Utf16String::traits_type::to_int_type(surrogate[0]), 0xD800);  // never eof()

@@ -134,16 +134,15 @@ TEST(DiagnosticInformation, NamesEachRecordByItsTagAsClientsSpellIt) {
     const ThrowSite site{"void Tarsel::Demo::Fail()", "Demo.cpp", 42};
     const std::string what = "std::exception::what: " + kGenericWhat + "\n";
 
-    ExpectDiagnosticText(DiagnosticTextOf([&] {
-                             ThrowAt(site, MemoryException("cannot map frame buffer", 4096)
-                                               << TagCallStack("#0 Tarsel::Demo::Fail()"));
-                         }),
-                         "Demo.cpp(<line>): Throw in function void Tarsel::Demo::Fail()\n"
-                         "Dynamic exception type: boost::wrapexcept<Tarsel::Core::MemoryException>\n" +
-                             what,
-                         {"[Tarsel::TagDescription*] = cannot map frame buffer\n",
-                          "[Tarsel::Core::MemoryException::TagBlockSize*] = 4096\n",
-                          "[Tarsel::TagCallStack*] = <stack>\n"});
+    ExpectDiagnosticText(
+        DiagnosticTextOf([&] {
+            ThrowAt(site, MemoryException("cannot map frame buffer", 4096) << TagCallStack("#0 Tarsel::Demo::Fail()"));
+        }),
+        "Demo.cpp(<line>): Throw in function void Tarsel::Demo::Fail()\n"
+        "Dynamic exception type: boost::wrapexcept<Tarsel::Core::MemoryException>\n" +
+            what,
+        {"[Tarsel::TagDescription*] = cannot map frame buffer\n",
+         "[Tarsel::Core::MemoryException::TagBlockSize*] = 4096\n", "[Tarsel::TagCallStack*] = <stack>\n"});
 
     // Every property tag at once; the types print as their numbers.
     ExpectDiagnosticText(DiagnosticTextOf([&] {
@@ -328,7 +327,11 @@ TEST_F(ErrorMessageTest, EveryKindOfExceptionBecomesOneLineFromItsRecords) {
         {[&] { PropertySerializer::SerializeToFile(Property("p"), folder, false); },
          folder + ": is a folder, not a file"},
         // Passed through from dependencies.
-        {[] { Ratio ratio; RatioFromString("1/0", ratio); }, "bad rational: zero denominator"},
+        {[] {
+             Ratio ratio;
+             RatioFromString("1/0", ratio);
+         },
+         "bad rational: zero denominator"},
         {[] { Utf16FromUtf8("a\xFF"); }, "invalid UTF-8: the byte 0xFF cannot stand there"},
         {[] { Utf16FromUtf8("a\xC3"); }, "invalid UTF-8: the text ends inside a character"},
         {[] { Utf8FromUtf16(Utf16String(1, static_cast<short>(0xDC00))); },

@@ -168,7 +168,8 @@ TEST(JsonTarselStreamOut, EachCharacterIsOneWriteOfOneByteAtOnce) {
     PropertySerializer::Save(p, document, document.GetAllocator());
     sink->writes.clear();
     JsonTarselStreamOut stream(sink);
-    rapidjson::Writer<JsonTarselStreamOut, rapidjson::UTF8<char>, rapidjson::UTF8<char>, PropertySerializer::JsonAllocator>
+    rapidjson::Writer<JsonTarselStreamOut, rapidjson::UTF8<char>, rapidjson::UTF8<char>,
+                      PropertySerializer::JsonAllocator>
         writer(stream);
     document.Accept(writer);
     EXPECT_EQ(sink->writes, (std::vector<std::string>{"{", "\"", "a", "\"", ":", "1", "}"}));
@@ -186,10 +187,11 @@ TEST(Serialize, ValuesMapAsDocumented) {
     p.AddWithName(std::string("nul\0cut", 7), Property("", 1));  // keys end at a zero character
     p.SetChildT<double>("inf", std::numeric_limits<double>::infinity());
     p.SetChild("list").Add(Property("", 5));
-    EXPECT_EQ(Serialize(p), R"({"empty":{},"two":2.00000,"int":-2,"yes":true,)"
-                            R"("text":"q\"b\\s/\u0001\u001F\b\t\n\f\r)"
-                            "\x7f\xc3\xa9"
-                            R"(\u0000z","ratio":"-1/2","lowest":"-9223372036854775808/1","nul":1,"inf":null,"list":{"0":5}})");
+    EXPECT_EQ(Serialize(p),
+              R"({"empty":{},"two":2.00000,"int":-2,"yes":true,)"
+              R"("text":"q\"b\\s/\u0001\u001F\b\t\n\f\r)"
+              "\x7f\xc3\xa9"
+              R"(\u0000z","ratio":"-1/2","lowest":"-9223372036854775808/1","nul":1,"inf":null,"list":{"0":5}})");
     EXPECT_EQ(Serialize(Property("d", 0.1)), "0.100000");  // a bare value without wrapping
 
     // Children sharing a name write into the first member; later ones stay null.
@@ -431,10 +433,10 @@ TEST(Serialize, RoundTripTextIsTheShortestThatReadsBackAsADouble) {
         {1e300, "1e+300"},
         {1e21, "1e+21"},
         {1e-06, "1e-06"},
-        {9007199254740992.0, "9007199254740992.0"},  // 2^53
+        {9007199254740992.0, "9007199254740992.0"},           // 2^53
         {123456789012345680000.0, "1.2345678901234568e+20"},  // fixed, with ".0", would be longer
         {1234567.0, "1234567.0"},
-        {4.9406564584124654e-324, "5e-324"},         // the smallest subnormal
+        {4.9406564584124654e-324, "5e-324"},  // the smallest subnormal
         {2.2250738585072014e-308, "2.2250738585072014e-308"},
         {-1.7976931348623157e308, "-1.7976931348623157e+308"},
         {std::numeric_limits<double>::infinity(), "null"},
@@ -630,18 +632,18 @@ TEST(Deserialize, NumbersLoadAsTheNearestDoubleToTheirText) {
         {"0e-99999999", 0.0},
         {"1E+2", 100.0},
         {"0.000001e6", 1.0},
-        {"9007199254740993.0", 9007199254740992.0},  // 2^53 + 1: a tie, to even
-        {"9007199254740995.0", 9007199254740996.0},  // a tie, to even, upwards
+        {"9007199254740993.0", 9007199254740992.0},        // 2^53 + 1: a tie, to even
+        {"9007199254740995.0", 9007199254740996.0},        // a tie, to even, upwards
         {"18446744073709551616", 18446744073709551616.0},  // 2^64: beyond both integer ranges
         {"-9223372036854775809", -9223372036854775808.0},  // below the signed range
         // 21 significant digits whose first 20 are 2^64 - 1: RapidJSON's own
         // full-precision reading wraps its significand to zero here.
         {"184467440737095516156", 1.8446744073709552e20},
-        {"2.2250738585072011e-308", 0x0.fffffffffffffp-1022},  // the largest subnormal
-        {"2.4703282292062328e-324", 0x0.0000000000001p-1022},  // just above half the smallest subnormal
-        {"2.4703282292062327e-324", 0.0},                      // just below
-        {"1.7976931348623158e308", 1.7976931348623157e308},     // rounds down to the largest double
-        {halfway, 1.0},                                        // a tie, to even
+        {"2.2250738585072011e-308", 0x0.fffffffffffffp-1022},          // the largest subnormal
+        {"2.4703282292062328e-324", 0x0.0000000000001p-1022},          // just above half the smallest subnormal
+        {"2.4703282292062327e-324", 0.0},                              // just below
+        {"1.7976931348623158e308", 1.7976931348623157e308},            // rounds down to the largest double
+        {halfway, 1.0},                                                // a tie, to even
         {halfway + std::string(800, '0') + "1", 0x1.0000000000001p0},  // past the tie 800 digits on
         {"0." + std::string(400, '0') + "1e400", 0.1},
     };
@@ -992,7 +994,8 @@ TEST(PropertySerializer, RandomTreesRoundTrip) {
                 node.SetChildT<double>(name, (pick(8001) - 4000) / 4.0);  // exact in six digits
                 break;
             case 2:
-                node.SetChildT<long long>(name, static_cast<long long>(random()) * (1LL << pick(30)) * (pick(2) ? 1 : -1));
+                node.SetChildT<long long>(name,
+                                          static_cast<long long>(random()) * (1LL << pick(30)) * (pick(2) ? 1 : -1));
                 break;
             case 3: {
                 std::string text;

@@ -167,8 +167,7 @@ TEST(PropertyValues, CopiesOfALeafLeaveItsChildrenBehindButTheMoveConstructorTak
         {"AddWithName", [](Property& src) { return ChildCountOfAnyType(Property("r").AddWithName("x", src)); }, 0},
         {"AddWithName of a moved node",
          [](Property& src) { return ChildCountOfAnyType(Property("r").AddWithName("x", std::move(src))); }, 0},
-        {"SetChild, new child", [](Property& src) { return ChildCountOfAnyType(Property("r").SetChild("x", src)); },
-         0},
+        {"SetChild, new child", [](Property& src) { return ChildCountOfAnyType(Property("r").SetChild("x", src)); }, 0},
         {"SetChild, existing child",
          [](Property& src) {
              Property parent("r");
@@ -408,14 +407,14 @@ TEST(GetValueOr, FallsBackOnlyWhereThePathLeadsNowhere) {
         double expected;
     } doubles[] = {
         {"playback/gain", 0.25},
-        {"playback/volume", 1.0},                 // an integer, converted
-        {"playback/huge", 9007199254740992.0},    // 2^53 + 1: the nearest double
-        {"missing/volume", -1.0},                 // the first name missing
-        {"playback/missing/x", -1.0},             // a middle one
-        {"playback/missing", -1.0},               // the last one
-        {"playback/gain/x", -1.0},                // through a value
-        {"video/codec/x/y", -1.0},                // through text
-        {"/playback//gain/", 0.25},               // empty segments dropped, as paths do
+        {"playback/volume", 1.0},               // an integer, converted
+        {"playback/huge", 9007199254740992.0},  // 2^53 + 1: the nearest double
+        {"missing/volume", -1.0},               // the first name missing
+        {"playback/missing/x", -1.0},           // a middle one
+        {"playback/missing", -1.0},             // the last one
+        {"playback/gain/x", -1.0},              // through a value
+        {"video/codec/x/y", -1.0},              // through text
+        {"/playback//gain/", 0.25},             // empty segments dropped, as paths do
     };
     for (const auto& c : doubles) {
         EXPECT_EQ(GetValueOr(settings, c.path, -1.0), c.expected) << c.path;
@@ -438,7 +437,7 @@ TEST(GetValueOr, FallsBackOnlyWhereThePathLeadsNowhere) {
     EXPECT_EQ(Info<P::TagRequestedType>(text), TypeDouble);
     EXPECT_THROW(GetValueOr<long long>(settings, "playback/gain", 0), WrongTypeIsRequested);
     EXPECT_THROW(GetValueOr(settings, "playback", false), WrongTypeIsRequested);  // a container
-    EXPECT_THROW(GetValueOr(settings, "", "x"), WrongTypeIsRequested);          // the root itself
+    EXPECT_THROW(GetValueOr(settings, "", "x"), WrongTypeIsRequested);            // the root itself
     EXPECT_EQ(GetValueOr(Property("leaf", 2.5), "", 0.0), 2.5);
 }
 

@@ -6,8 +6,8 @@
 
 #include <algorithm>
 #include <atomic>
-#include <iostream>
 #include <cstdlib>
+#include <iostream>
 #include <new>
 #include <regex>
 #include <sstream>

@@ -49,9 +49,8 @@ private:
     TarselTest::ToolProcess m_tool{m_dir, Aside("tool")};
 };
 
-constexpr const char* kSettings =
-    R"({"playback":{"frameRate":29.97,"frameRateRatio":"30000/1001","volume":0.8},)"
-    R"("video":{"width":1920,"codec":"h264","hardwareDecoding":true}})";
+constexpr const char* kSettings = R"({"playback":{"frameRate":29.97,"frameRateRatio":"30000/1001","volume":0.8},)"
+                                  R"("video":{"width":1920,"codec":"h264","hardwareDecoding":true}})";
 
 }  // namespace
 
@@ -71,6 +70,8 @@ TEST_F(ToolTest, EachInputGivesItsExitStatusAndAtMostOneErrorLineNamingTheFile) 
     WriteFile("secret.json", kSettings);
     ASSERT_EQ(chmod(At("secret.json").c_str(), 0), 0);
     fs::create_directory(At("folder"));
+    // One case a line, however its fields wrap.
+    // clang-format off
     const struct {
         std::vector<std::string> args;
         std::string input;
@@ -131,6 +132,7 @@ TEST_F(ToolTest, EachInputGivesItsExitStatusAndAtMostOneErrorLineNamingTheFile) 
         {{"freename", "x", "--ext", "a/b"}, "", false, 2, "",
          "tarsel freename: EXT is an extension, which cannot hold \"/\"\n"},
     };
+    // clang-format on
     for (const auto& c : cases) {
         Launch launch;
         launch.input = c.input;
@@ -178,13 +180,13 @@ TEST_F(ToolTest, VerboseAddsTheDiagnosticInformationWithTheCallStack) {
 
 TEST_F(ToolTest, GetPrintsValuesExactly) {
     WriteFile("values.json", R"({"lat":52.520008,"time":1700000000.123,"tenth":0.1,"huge":1e300,"yes":true,"no":false,)"
-                         R"("n":-42,"s":"a b","playback":{"frameRateRatio":"30000/1001"},"list":[1,"x"],)"
-                         R"("dependencies":{"@scope/name":"^1.0","a~b":2}})");
+                             R"("n":-42,"s":"a b","playback":{"frameRateRatio":"30000/1001"},"list":[1,"x"],)"
+                             R"("dependencies":{"@scope/name":"^1.0","a~b":2}})");
     const struct {
         std::vector<std::string> path;
         std::string out;
     } cases[] = {
-        {{"lat"}, "52.520008\n"},      // not 52.52
+        {{"lat"}, "52.520008\n"},        // not 52.52
         {{"time"}, "1700000000.123\n"},  // not 1.7e+09
         {{"tenth"}, "0.1\n"},
         {{"huge"}, "1e+300\n"},
@@ -194,7 +196,7 @@ TEST_F(ToolTest, GetPrintsValuesExactly) {
         {{"s"}, "a b\n"},
         {{"playback/frameRateRatio"}, "30000/1001\n"},
         {{"/playback//frameRateRatio/"}, "30000/1001\n"},  // empty segments dropped, as the library's paths do
-        {{"list"}, "list: Array\n\t0: 1\n\t1: x\n\n"},    // a container as its subtree
+        {{"list"}, "list: Array\n\t0: 1\n\t1: x\n\n"},     // a container as its subtree
         {{"list/1"}, "x\n"},
         // RFC 6901 pointers: ~1 is "/", ~0 is "~".
         {{"--pointer", "/dependencies/@scope~1name"}, "^1.0\n"},
@@ -306,11 +308,12 @@ TEST_F(ToolTest, SetEditsOnlyTheBytesOfTheValueItNames) {
         {R"({"l":[]})", {"l/0/k", "2"}, R"({"l":[{"k":2}]})"},
         {"[1,2]", {"2", "3"}, "[1,2,3]"},
         // Indented with 2 and 4 spaces and with tabs.
-        {indented2, {"video/width", "1280"},
-         "{\n  \"name\": \"x\",\n  \"video\": {\n    \"width\": 1280\n  }\n}\n"},
-        {indented2, {"video/height", "720"},
+        {indented2, {"video/width", "1280"}, "{\n  \"name\": \"x\",\n  \"video\": {\n    \"width\": 1280\n  }\n}\n"},
+        {indented2,
+         {"video/height", "720"},
          "{\n  \"name\": \"x\",\n  \"video\": {\n    \"width\": 1920,\n    \"height\": 720\n  }\n}\n"},
-        {indented2, {"audio/rate", "48000"},
+        {indented2,
+         {"audio/rate", "48000"},
          "{\n  \"name\": \"x\",\n  \"video\": {\n    \"width\": 1920\n  },\n  \"audio\": {\n    \"rate\": "
          "48000\n  }\n}\n"},
         {indented4, {"a/2", "3"}, "{\n    \"a\": [\n        1,\n        2,\n        3\n    ]\n}"},
@@ -319,15 +322,16 @@ TEST_F(ToolTest, SetEditsOnlyTheBytesOfTheValueItNames) {
         {"{\n}", {"a", "1"}, "{\n  \"a\": 1\n}"},
         {"{}", {"a", "1"}, R"({"a":1})"},
         // CRLF line ends stay CRLF.
-        {"{\r\n  \"a\": 1\r\n}\r\n", {"b/c", "2"},
-         "{\r\n  \"a\": 1,\r\n  \"b\": {\r\n    \"c\": 2\r\n  }\r\n}\r\n"},
+        {"{\r\n  \"a\": 1\r\n}\r\n", {"b/c", "2"}, "{\r\n  \"a\": 1,\r\n  \"b\": {\r\n    \"c\": 2\r\n  }\r\n}\r\n"},
         // Nulls, integers beyond 2^64, doubles of 17 digits and escapes elsewhere.
-        {R"({"n":null,"big":18446744073709551616,"d":0.30000000000000004,"s":"caf\u00e9\n","m":1})", {"m", "2"},
+        {R"({"n":null,"big":18446744073709551616,"d":0.30000000000000004,"s":"caf\u00e9\n","m":1})",
+         {"m", "2"},
          R"({"n":null,"big":18446744073709551616,"d":0.30000000000000004,"s":"caf\u00e9\n","m":2})"},
         // A repeated key: the occurrence a load keeps, the last.
         {R"({"k":1,"j":0,"k":2})", {"k", "3"}, R"({"k":1,"j":0,"k":3})"},
         // A key holding "/", through a pointer.
-        {R"({"dependencies":{"@scope/name":"^1.0"}})", {"/dependencies/@scope~1name", "^2.0", "--pointer"},
+        {R"({"dependencies":{"@scope/name":"^1.0"}})",
+         {"/dependencies/@scope~1name", "^2.0", "--pointer"},
          R"({"dependencies":{"@scope/name":"^2.0"}})"},
         // Values of every type, doubles exactly, strings escaped.
         {R"({"v":0})", {"v", "0.1"}, R"({"v":0.1})"},
@@ -481,13 +485,13 @@ TEST_F(ToolTest, DiffLibraryUsesTheLibrarysEqualityAndPrintsTheFirstDifference) 
     WriteFile("a.json", kSettings);
     // The same settings in another order, a double within 1e-05.
     WriteFile("same.json", R"({"video":{"hardwareDecoding":true,"codec":"h264","width":1920},)"
-                       R"("playback":{"volume":0.800001,"frameRateRatio":"60000/2002","frameRate":29.97}})");
+                           R"("playback":{"volume":0.800001,"frameRateRatio":"60000/2002","frameRate":29.97}})");
     WriteFile("rate.json", R"({"playback":{"frameRate":29.97,"frameRateRatio":"24000/1001","volume":0.8},)"
-                       R"("video":{"width":1920,"codec":"h264","hardwareDecoding":true}})");
+                           R"("video":{"width":1920,"codec":"h264","hardwareDecoding":true}})");
     WriteFile("fewer.json", R"({"playback":{"frameRate":29.97,"frameRateRatio":"30000/1001","volume":0.8},)"
-                        R"("video":{"width":1920,"hardwareDecoding":true}})");
+                            R"("video":{"width":1920,"hardwareDecoding":true}})");
     WriteFile("types.json", R"({"playback":{"frameRate":29.97,"frameRateRatio":"30000/1001","volume":0.8},)"
-                        R"("video":{"width":"1920","codec":"h264","hardwareDecoding":true}})");
+                            R"("video":{"width":"1920","codec":"h264","hardwareDecoding":true}})");
     const struct {
         std::string other;
         int status;
@@ -532,9 +536,15 @@ TEST_F(ToolTest, DiffComparesTheJsonTextsAndPrintsEveryDifference) {
         {R"({"x":{"a":1}})", R"({"x":{"b":1}})", {}, 1, "only in A: x/a\nonly in B: x/b\n"},
         {R"({"l":[1,2]})", R"({"l":[2,1]})", {}, 1, "l/0: 1 vs 2\nl/1: 2 vs 1\n"},
         {R"({"files":["a"]})", R"({"files":["a","b","c"]})", {}, 1, "only in B: files/1\nonly in B: files/2\n"},
-        {R"({"video":{"fps":29.97}})", R"({"video":{"fps":"29.97"}})", {}, 1,
+        {R"({"video":{"fps":29.97}})",
+         R"({"video":{"fps":"29.97"}})",
+         {},
+         1,
          "video/fps: double 29.97 vs string \"29.97\"\n"},
-        {R"({"n":null,"o":{"k":1}})", R"({"n":{},"o":[1]})", {}, 1,
+        {R"({"n":null,"o":{"k":1}})",
+         R"({"n":{},"o":[1]})",
+         {},
+         1,
          "n: null vs an object of 0 members\no: an object of 1 member vs an array of 1 element\n"},
         {R"({"w":1})", R"({"w":1.0})", {}, 1, "w: integer 1 vs double 1.0\n"},
         {R"({"w":1})", R"({"w":1.0})", {"--numeric"}, 0, ""},
@@ -545,11 +555,17 @@ TEST_F(ToolTest, DiffComparesTheJsonTextsAndPrintsEveryDifference) {
         {R"({"d":1e20})", R"({"d":1.00001e20})", {"--relative", "1e-4"}, 0, ""},
         {R"({"d":0.1})", R"({"d":0.10000000000000001})", {}, 0, ""},  // the same double
         // Beyond the library's numbers: integers of any size, exactly.
-        {R"({"big":18446744073709551616})", R"({"big":18446744073709551617})", {}, 1,
+        {R"({"big":18446744073709551616})",
+         R"({"big":18446744073709551617})",
+         {},
+         1,
          "big: 18446744073709551616 vs 18446744073709551617\n"},
         {R"({"k":1,"k":2})", R"({"k":2})", {}, 0, ""},  // a repeated key: the last one, as a load keeps
         {"[1]", "[2]", {}, 1, "0: 1 vs 2\n"},
-        {R"({"a":1,"b":2,"c":3,"d":4,"e":5})", R"({"a":0,"b":0,"c":0,"d":0,"e":0})", {"--max", "2"}, 1,
+        {R"({"a":1,"b":2,"c":3,"d":4,"e":5})",
+         R"({"a":0,"b":0,"c":0,"d":0,"e":0})",
+         {"--max", "2"},
+         1,
          "a: 1 vs 0\nb: 2 vs 0\n\u2026 and 3 more\n"},
     };
     for (const auto& c : cases) {
@@ -574,9 +590,8 @@ TEST_F(ToolTest, VersionIsTheLibrarysVersion) {
     const Result result = Run({"--version"});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.out, std::string("tarsel ") + TARSEL_VERSION_STRING + "\n");
-    EXPECT_EQ(TARSEL_VERSION_STRING, std::to_string(TARSEL_VERSION_MAJOR) + "." +
-                                         std::to_string(TARSEL_VERSION_MINOR) + "." +
-                                         std::to_string(TARSEL_VERSION_PATCH));
+    EXPECT_EQ(TARSEL_VERSION_STRING, std::to_string(TARSEL_VERSION_MAJOR) + "." + std::to_string(TARSEL_VERSION_MINOR) +
+                                         "." + std::to_string(TARSEL_VERSION_PATCH));
 }
 
 TEST_F(ToolTest, ModuleLooksInTheLibraryFoldersThenWhereTheDynamicLinkerLooks) {

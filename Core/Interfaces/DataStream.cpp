@@ -2,7 +2,6 @@
 // replacement of a file.
 #include <Core/Interfaces/DataStream.h>
 
-
 #include <boost/filesystem/exception.hpp>
 #include <boost/filesystem/operations.hpp>
 #include <boost/system/error_code.hpp>
@@ -127,8 +126,7 @@ boost::intrusive_ptr<FileDataInput> FileDataInput::Create(const ioPath& path) {
     if (S_ISREG(info.st_mode) && info.st_size > 0) {
         return boost::intrusive_ptr<FileDataInput>(new FileDataInput(file.release()));
     }
-    return boost::intrusive_ptr<FileDataInput>(
-        new FileDataInput(MemoryDataInput::Create(ReadToEnd(file.get(), path))));
+    return boost::intrusive_ptr<FileDataInput>(new FileDataInput(MemoryDataInput::Create(ReadToEnd(file.get(), path))));
 }
 
 FileDataInput::FileDataInput(std::FILE* file) : m_file(file) {}

@@ -33,7 +33,8 @@ std::size_t LengthBeforeMarker(std::string_view bytes, const std::string& stopMa
 }  // namespace
 
 std::vector<unsigned char> MD5Generate(boost::intrusive_ptr<IDataInput> input, const std::string& stopMarker) {
-    const WholeInput whole = ReadWholeInput(RequireStream(input, "input", TARSEL_THROW_SITE(Signatures::MD5Generate)), 0);
+    const WholeInput whole =
+        ReadWholeInput(RequireStream(input, "input", TARSEL_THROW_SITE(Signatures::MD5Generate)), 0);
     const std::size_t length = LengthBeforeMarker(std::string_view(whole.bytes.get(), whole.size), stopMarker);
 
     std::vector<unsigned char> digest(EVP_MAX_MD_SIZE);

@@ -99,8 +99,7 @@ std::string PropertyMessage(const PropertyException& e) {
     }
     if (dynamic_cast<const ComparedPropertiesHaveDifferentTypes*>(&e) != nullptr) {
         return "compared properties have different types at " + node + ": " +
-               Type<PropertyException::TagPropertyType>(e) + " vs " +
-               Type<PropertyException::TagOtherPropertyType>(e);
+               Type<PropertyException::TagPropertyType>(e) + " vs " + Type<PropertyException::TagOtherPropertyType>(e);
     }
     const std::string* description = Record<TagDescription>(e);
     return description != nullptr ? *description : "a property operation failed";

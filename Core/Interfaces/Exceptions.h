@@ -84,36 +84,36 @@ public:
 //
 // The property family, thrown by every Property operation with a call stack;
 // the subclasses name the reason. AddStack is instantiated for each.
-#define TARSEL_PROPERTY_EXCEPTIONS(X)                                              \
+#define TARSEL_PROPERTY_EXCEPTIONS(X)                                               \
     X(PropertyException, virtual, CoreException, TARSEL_PROPERTY_EXCEPTION_RECORDS) \
-    X(MethodIsNotApplicable, , PropertyException, )                                \
-    X(WrongTypeIsRequested, , PropertyException, )                                 \
-    X(ChildNameIsNotFound, , PropertyException, )                                  \
-    X(IndexIsOutOfBound, , PropertyException, )                                    \
+    X(MethodIsNotApplicable, , PropertyException, )                                 \
+    X(WrongTypeIsRequested, , PropertyException, )                                  \
+    X(ChildNameIsNotFound, , PropertyException, )                                   \
+    X(IndexIsOutOfBound, , PropertyException, )                                     \
     X(ComparedPropertiesHaveDifferentTypes, , PropertyException, )
 
 // IOException and MemoryException are offered to clients: the library itself
 // never throws them. JsonException is thrown by the JSON serializer,
 // deliberately without a call stack.
-#define TARSEL_CORE_EXCEPTIONS(X)                                                  \
-    X(CoreException, virtual, Exception, )                                         \
-    X(IOException, virtual, CoreException, )                                       \
-    X(MemoryException, virtual, CoreException, TARSEL_MEMORY_EXCEPTION_MEMBERS)    \
-    TARSEL_PROPERTY_EXCEPTIONS(X)                                                  \
+#define TARSEL_CORE_EXCEPTIONS(X)                                               \
+    X(CoreException, virtual, Exception, )                                      \
+    X(IOException, virtual, CoreException, )                                    \
+    X(MemoryException, virtual, CoreException, TARSEL_MEMORY_EXCEPTION_MEMBERS) \
+    TARSEL_PROPERTY_EXCEPTIONS(X)                                               \
     X(JsonException, virtual, CoreException, TARSEL_JSON_EXCEPTION_RECORDS)
 
 // The records each class carries, nested in it, and MemoryException's
 // constructor, which attaches TagDescription, then TagBlockSize.
-#define TARSEL_MEMORY_EXCEPTION_MEMBERS                            \
-    using TagBlockSize = NamedErrorInfo<Tags::BlockSize, int>;     \
+#define TARSEL_MEMORY_EXCEPTION_MEMBERS                        \
+    using TagBlockSize = NamedErrorInfo<Tags::BlockSize, int>; \
     MemoryException(const std::string& description, int blockSize);
-#define TARSEL_PROPERTY_EXCEPTION_RECORDS                                                 \
-    using TagPropertyName = NamedErrorInfo<Tags::PropertyName, std::string>;              \
-    using TagPropertyType = NamedErrorInfo<Tags::PropertyType, PropertyTypes>;            \
-    using TagMethodName = NamedErrorInfo<Tags::MethodName, std::string>;                  \
-    using TagRequestedType = NamedErrorInfo<Tags::RequestedType, PropertyTypes>;          \
-    using TagOtherPropertyType = NamedErrorInfo<Tags::OtherPropertyType, PropertyTypes>;  \
-    using TagRequestedChildName = NamedErrorInfo<Tags::RequestedChildName, std::string>;  \
+#define TARSEL_PROPERTY_EXCEPTION_RECORDS                                                  \
+    using TagPropertyName = NamedErrorInfo<Tags::PropertyName, std::string>;               \
+    using TagPropertyType = NamedErrorInfo<Tags::PropertyType, PropertyTypes>;             \
+    using TagMethodName = NamedErrorInfo<Tags::MethodName, std::string>;                   \
+    using TagRequestedType = NamedErrorInfo<Tags::RequestedType, PropertyTypes>;           \
+    using TagOtherPropertyType = NamedErrorInfo<Tags::OtherPropertyType, PropertyTypes>;   \
+    using TagRequestedChildName = NamedErrorInfo<Tags::RequestedChildName, std::string>;   \
     using TagRequestedChildIndex = NamedErrorInfo<Tags::RequestedChildIndex, std::size_t>; \
     using TagChildCount = NamedErrorInfo<Tags::ChildCount, std::size_t>;
 // TagParseError is "Parse error" for every text that does not parse; the
@@ -121,11 +121,11 @@ public:
 // counts bytes) are also attached to the two failures that a load meets
 // part-way, std::invalid_argument for an empty member name and
 // boost::bad_rational for a ratio of "n/0", which keep their types.
-#define TARSEL_JSON_EXCEPTION_RECORDS                                         \
-    using TagParseError = NamedErrorInfo<Tags::ParseError, std::string>;      \
-    using TagParseOffset = NamedErrorInfo<Tags::ParseOffset, std::size_t>;    \
-    using TagParseLine = NamedErrorInfo<Tags::ParseLine, std::size_t>;        \
-    using TagParseColumn = NamedErrorInfo<Tags::ParseColumn, std::size_t>;    \
+#define TARSEL_JSON_EXCEPTION_RECORDS                                      \
+    using TagParseError = NamedErrorInfo<Tags::ParseError, std::string>;   \
+    using TagParseOffset = NamedErrorInfo<Tags::ParseOffset, std::size_t>; \
+    using TagParseLine = NamedErrorInfo<Tags::ParseLine, std::size_t>;     \
+    using TagParseColumn = NamedErrorInfo<Tags::ParseColumn, std::size_t>; \
     using TagParseReason = NamedErrorInfo<Tags::ParseReason, std::string>;
 
 #define TARSEL_DECLARE_EXCEPTION(Name, Derivation, Base, Members) \
@@ -187,8 +187,8 @@ struct ThrowSite {
 // boost::current_exception can copy it. No call stack is attached.
 template <class E>
 [[noreturn]] void ThrowAt(const ThrowSite& site, const E& e) {
-    boost::throw_exception(e, boost::source_location(site.file, static_cast<boost::uint_least32_t>(site.line),
-                                                     site.function));
+    boost::throw_exception(
+        e, boost::source_location(site.file, static_cast<boost::uint_least32_t>(site.line), site.function));
 }
 
 // The library's throw path: attach the records in order, then the call stack

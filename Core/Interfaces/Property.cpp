@@ -185,7 +185,8 @@ template <class T>
 const T& Property::Get(PropertyTypes required, const ThrowSite& site) const {
     if (GetType() != required) {
         ThrowWithCallStack(site, WrongTypeIsRequested(), PropertyException::TagPropertyName(m_name),
-                           PropertyException::TagPropertyType(GetType()), PropertyException::TagRequestedType(required));
+                           PropertyException::TagPropertyType(GetType()),
+                           PropertyException::TagRequestedType(required));
     }
     return std::get<T>(m_value);
 }
@@ -236,10 +237,9 @@ Ratio GetValue<Ratio>(const Property& property) {
 }
 
 void Property::DifferentTypeError(PropertyTypes other) const {
-    ThrowWithCallStack(
-        TARSEL_THROW_SITE(Signatures::DifferentTypeError),
-        ComparedPropertiesHaveDifferentTypes(), PropertyException::TagPropertyName(m_name),
-        PropertyException::TagPropertyType(GetType()), PropertyException::TagOtherPropertyType(other));
+    ThrowWithCallStack(TARSEL_THROW_SITE(Signatures::DifferentTypeError), ComparedPropertiesHaveDifferentTypes(),
+                       PropertyException::TagPropertyName(m_name), PropertyException::TagPropertyType(GetType()),
+                       PropertyException::TagOtherPropertyType(other));
 }
 
 // --- Checks shared by the child operations --------------------------------
@@ -259,7 +259,6 @@ const char* Property::ChildTFunction(ChildTemplate which, const std::type_info& 
     }
     return it->second.c_str();
 }
-
 
 void Property::ThrowMethodIsNotApplicable(const char* method, const ThrowSite& site) const {
     ThrowWithCallStack(site, MethodIsNotApplicable(), PropertyException::TagPropertyName(m_name),
@@ -321,8 +320,7 @@ Property::const_iterator Property::FindChild(const std::string& name) const {
 }
 
 Property& Property::SetChild(const std::string& name) {
-    const ThrowSite site =
-        TARSEL_THROW_SITE(Signatures::SetChild);
+    const ThrowSite site = TARSEL_THROW_SITE(Signatures::SetChild);
     RequireName(name, site);
     RequireArray("SetChild", site);
     const iterator found = FindChild(name);
@@ -428,8 +426,7 @@ const Property& Property::operator[](const std::string& name) const {
 }
 
 const Property& Property::operator[](std::size_t index) const {
-    RequireArray("operator[]",
-                 TARSEL_THROW_SITE(Signatures::ChildAt));
+    RequireArray("operator[]", TARSEL_THROW_SITE(Signatures::ChildAt));
     return *GetItemIterator(index);
 }
 
@@ -462,8 +459,7 @@ Property::reverse_iterator Property::rbegin() {
     return m_children.rbegin();
 }
 Property::const_reverse_iterator Property::rbegin() const {
-    RequireArray("rbegin",
-                 TARSEL_THROW_SITE(Signatures::ReverseBeginConst));
+    RequireArray("rbegin", TARSEL_THROW_SITE(Signatures::ReverseBeginConst));
     return m_children.rbegin();
 }
 Property::reverse_iterator Property::rend() {
@@ -519,8 +515,7 @@ Property& Property::ChildByPath(const std::string& path) {
 
 bool Property::ChildExistsByPath(const std::string& path) const {
     // Each step is ChildExists(name) of the current node, with its texts.
-    const ThrowSite site =
-        TARSEL_THROW_SITE(Signatures::ChildExists);
+    const ThrowSite site = TARSEL_THROW_SITE(Signatures::ChildExists);
     const Property* current = this;
     return ForEachPathSegment(path, [&](std::string_view segment) {
         current->RequireArray("ChildExists", site);

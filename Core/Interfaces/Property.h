@@ -213,11 +213,11 @@ private:
     // which is what makes building a large tree cheap.
     using Value = std::variant<std::monostate, bool, double, long long, std::string, Ratio, Container>;
     static_assert(std::is_same_v<std::variant_alternative_t<TypeBool, Value>, bool> &&
-                  std::is_same_v<std::variant_alternative_t<TypeDouble, Value>, double> &&
-                  std::is_same_v<std::variant_alternative_t<TypeInt64, Value>, long long> &&
-                  std::is_same_v<std::variant_alternative_t<TypeString, Value>, std::string> &&
-                  std::is_same_v<std::variant_alternative_t<TypeRatio, Value>, Ratio> &&
-                  std::is_same_v<std::variant_alternative_t<TypeArray, Value>, Container>,
+                      std::is_same_v<std::variant_alternative_t<TypeDouble, Value>, double> &&
+                      std::is_same_v<std::variant_alternative_t<TypeInt64, Value>, long long> &&
+                      std::is_same_v<std::variant_alternative_t<TypeString, Value>, std::string> &&
+                      std::is_same_v<std::variant_alternative_t<TypeRatio, Value>, Ratio> &&
+                      std::is_same_v<std::variant_alternative_t<TypeArray, Value>, Container>,
                   "the value's index must be the node's type");
 
     // Whether copies of this node take its children along: only a
@@ -360,8 +360,7 @@ Property& Property::SetChildT(const std::string& name, const T& value) {
 template <class T>
 Property& Property::CreateChildT(const std::string& name, const T& value) {
     if (GetType() != TypeArray) {
-        ThrowMethodIsNotApplicable("CreateChildT",
-                                   TARSEL_THROW_SITE(ChildTFunction(ChildTemplate::Create, typeid(T))));
+        ThrowMethodIsNotApplicable("CreateChildT", TARSEL_THROW_SITE(ChildTFunction(ChildTemplate::Create, typeid(T))));
     }
     Property child(name, value);
     return AppendChild(child);

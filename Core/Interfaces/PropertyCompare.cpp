@@ -59,9 +59,7 @@ bool Property::operator==(const Property& other) const {
     default:
         // Two Empty nodes have nothing to compare; saying "equal" would hide a
         // tree that was never filled.
-        ThrowMethodIsNotApplicable(
-            "operator==",
-            TARSEL_THROW_SITE(Signatures::Equals));
+        ThrowMethodIsNotApplicable("operator==", TARSEL_THROW_SITE(Signatures::Equals));
     }
 }
 

@@ -17,8 +17,7 @@ JsonTarselStreamOut::JsonTarselStreamOut(boost::intrusive_ptr<IDataOutput> outpu
     RequireStream(m_output, "output", TARSEL_THROW_SITE(Signatures::JsonTarselStreamOut));
 }
 
-void PropertySerializer::Serialize(const Property& property, boost::intrusive_ptr<IDataOutput> output,
-                                   bool wrapRoot) {
+void PropertySerializer::Serialize(const Property& property, boost::intrusive_ptr<IDataOutput> output, bool wrapRoot) {
     Json::WriteJsonText(property, wrapRoot, DoubleText::SixDigits,
                         RequireStream(output, "output", TARSEL_THROW_SITE(Signatures::Serialize)));
 }

@@ -50,16 +50,15 @@ constexpr unsigned kTextParseFlags =
 // JSON failures carry no call stack: the position in the text, not in the
 // code, is what a caller needs. A DOM has no text to point into.
 [[noreturn]] void ThrowParseError(const ThrowSite& site, const std::string& reason) {
-    ThrowAt(site, JsonException() << JsonException::TagParseError("Parse error")
-                                  << JsonException::TagParseReason(reason));
+    ThrowAt(site,
+            JsonException() << JsonException::TagParseError("Parse error") << JsonException::TagParseReason(reason));
 }
 
 [[noreturn]] void ThrowParseError(const ThrowSite& site, const TextLocation& where, const std::string& reason) {
-    ThrowAt(site, JsonException() << JsonException::TagParseError("Parse error")
-                                  << JsonException::TagParseOffset(where.offset)
-                                  << JsonException::TagParseLine(where.line)
-                                  << JsonException::TagParseColumn(where.column)
-                                  << JsonException::TagParseReason(reason));
+    ThrowAt(site,
+            JsonException() << JsonException::TagParseError("Parse error")
+                            << JsonException::TagParseOffset(where.offset) << JsonException::TagParseLine(where.line)
+                            << JsonException::TagParseColumn(where.column) << JsonException::TagParseReason(reason));
 }
 
 bool TakesRatio(std::string_view name) {
@@ -295,7 +294,8 @@ private:
         case Kind::Array:
             break;
         }
-        Property& element = frame.children.template Append<T>(frame.elementNames.Current(), std::forward<Args>(args)...);
+        Property& element =
+            frame.children.template Append<T>(frame.elementNames.Current(), std::forward<Args>(args)...);
         frame.elementNames.Advance();
         return element;
     }

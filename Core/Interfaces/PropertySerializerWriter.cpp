@@ -85,8 +85,8 @@ public:
 private:
     void Grow(std::size_t needed) {
         const std::size_t size = static_cast<std::size_t>(m_cursor - m_data.get());
-        const std::size_t capacity = std::max({std::size_t{4096}, 2 * static_cast<std::size_t>(m_end - m_data.get()),
-                                               size + needed});
+        const std::size_t capacity =
+            std::max({std::size_t{4096}, 2 * static_cast<std::size_t>(m_end - m_data.get()), size + needed});
         char* data = static_cast<char*>(std::realloc(m_data.get(), capacity));
         if (data == nullptr) {
             throw std::bad_alloc();  // the text so far stays as it was
@@ -291,8 +291,8 @@ public:
         return m_slot;
     }
     void Key(std::string_view key, bool, Mark object) {
-        object->AddMember(JsonValue(key.data(), static_cast<rapidjson::SizeType>(key.size()), m_allocator),
-                          JsonValue(), m_allocator);
+        object->AddMember(JsonValue(key.data(), static_cast<rapidjson::SizeType>(key.size()), m_allocator), JsonValue(),
+                          m_allocator);
         m_slot = &(object->MemberEnd() - 1)->value;
     }
     void Null() {}  // the member was made null

@@ -44,8 +44,8 @@ bool WriteScalar(const Property& property, std::ostream& out) {
 std::string PropertyValueToString(const Property& property) {
     TextStream out;
     if (!WriteScalar(property, out)) {
-        ThrowWithCallStack(TARSEL_THROW_SITE(Signatures::PropertyValueToString),
-                           PropertyException(), TagDescription("Wrong property type"));
+        ThrowWithCallStack(TARSEL_THROW_SITE(Signatures::PropertyValueToString), PropertyException(),
+                           TagDescription("Wrong property type"));
     }
     return out.str();
 }

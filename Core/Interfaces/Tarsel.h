@@ -2,18 +2,18 @@
 #pragma once
 
 #include <Core/Interfaces/DataStream.h>
+#include <Core/Interfaces/Digest.h>
+#include <Core/Interfaces/DyLib.h>
 #include <Core/Interfaces/Encoding.h>
 #include <Core/Interfaces/Exceptions.h>
 #include <Core/Interfaces/FileUtils.h>
 #include <Core/Interfaces/Path.h>
+#include <Core/Interfaces/PlatformHooks.h>
 #include <Core/Interfaces/Property.h>
 #include <Core/Interfaces/PropertySerializer.h>
 #include <Core/Interfaces/PropertyTypes.h>
 #include <Core/Interfaces/RefCount.h>
 #include <Core/Interfaces/StackTrace.h>
-#include <Core/Interfaces/DyLib.h>
-#include <Core/Interfaces/PlatformHooks.h>
-#include <Core/Interfaces/Digest.h>
 #include <Core/Interfaces/Statistics.h>
 #include <Core/Interfaces/Timing.h>
 #include <Core/Interfaces/Version.h>

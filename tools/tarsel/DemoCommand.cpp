@@ -33,17 +33,16 @@ void ShowValues(const Property& settings) {
     std::cout << "== Values read back\n"
               << "video/width          " << video["width"].GetInt64() << "\n"
               << "video/fps            " << video["fps"].GetDouble() << "\n"
-              << "video/" << PropertySerializer::kRatioKey << " " << StringFromRatio(video[PropertySerializer::kRatioKey].GetRatio()) << "\n"
+              << "video/" << PropertySerializer::kRatioKey << " "
+              << StringFromRatio(video[PropertySerializer::kRatioKey].GetRatio()) << "\n"
               << "video/codec          " << video["codec"].GetString() << "\n"
-              << "hardwareDecoding     " << settings["hardwareDecoding"].GetBool()
-              << "\n\n";
+              << "hardwareDecoding     " << settings["hardwareDecoding"].GetBool() << "\n\n";
 }
 
 void ShowPaths(const Property& settings) {
     std::cout << "== Paths\n"
               << "ChildByPath(\"video/codec\")            " << settings.ChildByPath("video/codec").GetString() << "\n"
-              << "ChildExistsByPath(\"/audio//channels/\") " << settings.ChildExistsByPath("/audio//channels/")
-              << "\n"
+              << "ChildExistsByPath(\"/audio//channels/\") " << settings.ChildExistsByPath("/audio//channels/") << "\n"
               << "ChildExistsByPath(\"audio/bitrate\")     " << settings.ChildExistsByPath("audio/bitrate") << "\n\n";
 }
 

@@ -120,8 +120,8 @@ int LibraryDiff(const std::string& first, const std::string& second) {
         return kSuccess;
     }
     const Difference difference = FirstDifference(a.tree, b.tree);
-    Out() << (difference.path.empty() ? "(the whole document)" : difference.path) << ": " << difference.left
-          << " vs " << difference.right << "\n";
+    Out() << (difference.path.empty() ? "(the whole document)" : difference.path) << ": " << difference.left << " vs "
+          << difference.right << "\n";
     return kNegative;
 }
 
@@ -234,8 +234,8 @@ private:
 
     bool SameValue(const JsonValue& a, const JsonValue& b) const {
         using Kind = JsonValue::Kind;
-        const bool numbers = (a.kind == Kind::Integer || a.kind == Kind::Double) &&
-                             (b.kind == Kind::Integer || b.kind == Kind::Double);
+        const bool numbers =
+            (a.kind == Kind::Integer || a.kind == Kind::Double) && (b.kind == Kind::Integer || b.kind == Kind::Double);
         if (a.kind != b.kind && !(numbers && m_tolerance.numeric)) {
             return false;
         }
@@ -258,9 +258,7 @@ private:
     }
 
     // An integer's text with "-0" taken for "0".
-    static std::string IntegerText(const std::string& text) {
-        return text == "-0" ? std::string("0") : text;
-    }
+    static std::string IntegerText(const std::string& text) { return text == "-0" ? std::string("0") : text; }
 
     // A value as its text in the file, a container by its size; with its
     // type in front when the other side's type differs.
@@ -329,8 +327,7 @@ int RunDiff(const std::vector<std::string>& args) {
     po::positional_options_description positional;
     positional.add("a", 1).add("b", 1);
     const auto values = ParseOrExit(
-        args, "tarsel diff A B [--max N] [--tolerance X] [--relative R] [--numeric] [--library]", options,
-        positional);
+        args, "tarsel diff A B [--max N] [--tolerance X] [--relative R] [--numeric] [--library]", options, positional);
     const std::string first = values["a"].as<std::string>();
     const std::string second = values["b"].as<std::string>();
     if (first == "-" && second == "-") {
@@ -356,4 +353,3 @@ int RunDiff(const std::vector<std::string>& args) {
 }
 
 }  // namespace TarselTool
-

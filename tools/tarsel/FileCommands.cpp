@@ -19,9 +19,9 @@ int RunFreeName(const std::vector<std::string>& args) {
     bool numberOnly = false;
     std::vector<std::string> reserved;
     po::options_description options("options");
-    options.add_options()("path", po::value(&path)->required()->value_name("PATH"), "the proposed path")(
-        "ext", po::value(&extension)->required()->value_name("EXT"),
-        "the extension to give it, with or without its \".\"; \"\" removes it")(
+    options.add_options()("path", po::value(&path)->required()->value_name("PATH"),
+                          "the proposed path")("ext", po::value(&extension)->required()->value_name("EXT"),
+                                               "the extension to give it, with or without its \".\"; \"\" removes it")(
         "number-only", po::bool_switch(&numberOnly), "PATH is a folder: name the file by a number alone")(
         "reserve", po::value(&reserved)->value_name("PATH"),
         "a path that counts as taken though it may not exist; repeatable");

@@ -124,8 +124,8 @@ std::shared_ptr<const std::string> ReadDocumentText(const std::string& file) {
     const std::size_t invalid = FirstInvalidUtf8(*text);
     if (invalid != std::string::npos) {
         const TextPlace place = PlaceOf(*text, invalid);
-        throw ToolFailure(kFailed, DisplayName(file) + ":" + std::to_string(place.line) + ":" +
-                                       std::to_string(place.column),
+        throw ToolFailure(kFailed,
+                          DisplayName(file) + ":" + std::to_string(place.line) + ":" + std::to_string(place.column),
                           "invalid UTF-8");
     }
     return text;

@@ -31,7 +31,7 @@ std::vector<std::string> NamesOf(const po::variables_map& values) {
     const Property& last = *FindPath(document.tree, {names.begin(), names.begin() + reached}, &ignored);
     const std::string where = reached == 0 ? "the document" : JoinedPath(names, reached);
     const std::string why = last.GetType() == TypeArray ? "'" + names[reached] + "' is not in " + where
-                                                         : where + " is " + TypeName(last) + ", not an object";
+                                                        : where + " is " + TypeName(last) + ", not an object";
     throw ToolFailure(kNegative, document.name, "no such path " + JoinedPath(names, names.size()) + ": " + why);
 }
 

@@ -79,11 +79,11 @@ std::size_t ChildCount(const JsonValue& container) {
 // value) and ends.
 std::size_t ChildBegin(const JsonValue& container, std::size_t index) {
     return container.kind == JsonValue::Kind::Object ? container.members[index].keyBegin
-                                                      : container.elements[index].begin;
+                                                     : container.elements[index].begin;
 }
 std::size_t ChildEnd(const JsonValue& container, std::size_t index) {
     return container.kind == JsonValue::Kind::Object ? container.members[index].value.end
-                                                      : container.elements[index].end;
+                                                     : container.elements[index].end;
 }
 
 // The white space before child index, after the bracket or the comma.
@@ -137,8 +137,8 @@ std::string NestedText(const std::vector<std::string>& names, std::size_t from, 
         return valueText;
     }
     const std::string inner = indent + style.indentUnit;
-    const std::string member = JsonStringText(names[from]) + placement.colon +
-                               NestedText(names, from + 1, valueText, placement, inner, style);
+    const std::string member =
+        JsonStringText(names[from]) + placement.colon + NestedText(names, from + 1, valueText, placement, inner, style);
     if (!placement.multiLine) {
         return "{" + member + "}";
     }

@@ -115,7 +115,8 @@ private:
         }
         Frame& frame = m_frames.back();
         if (frame.value.kind == JsonValue::Kind::Object) {
-            frame.value.members.push_back(JsonMember{std::move(frame.key), frame.keyBegin, frame.keyEnd, std::move(value)});
+            frame.value.members.push_back(
+                JsonMember{std::move(frame.key), frame.keyBegin, frame.keyEnd, std::move(value)});
         } else {
             frame.value.elements.push_back(std::move(value));
         }

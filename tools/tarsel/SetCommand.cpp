@@ -145,8 +145,8 @@ int RunSet(const std::vector<std::string>& args) {
         "value", po::value<std::string>()->required()->value_name("VALUE"),
         "the new value (after -- when it starts with -)")(
         "type", po::value<std::string>()->default_value("")->value_name("TYPE"),
-        "bool, int, double, string or ratio; without it the type is inferred from VALUE")(
-        "pointer", po::bool_switch(), kPointerHelp);
+        "bool, int, double, string or ratio; without it the type is inferred from VALUE")("pointer", po::bool_switch(),
+                                                                                          kPointerHelp);
     po::positional_options_description positional;
     positional.add("file", 1).add("path", 1).add("value", 1);
     const auto values = ParseOrExit(

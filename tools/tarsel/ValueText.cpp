@@ -155,7 +155,7 @@ std::string ExactValueText(const Property& node) {
 }
 
 std::string TypeName(const Property& node) {
-    static const char* const kNames[] = {"nothing", "a boolean", "a double", "an integer",
+    static const char* const kNames[] = {"nothing",  "a boolean", "a double", "an integer",
                                          "a string", "a ratio",   "an object"};
     const auto type = static_cast<std::size_t>(node.GetType());
     return type < std::size(kNames) ? kNames[type] : "an unknown type";

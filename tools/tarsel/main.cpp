@@ -78,8 +78,7 @@ bool WantsVerbose(const std::vector<std::string>& args) {
 }  // namespace
 
 po::variables_map ParseOrExit(const std::vector<std::string>& args, const std::string& usage,
-                              po::options_description options,
-                              const po::positional_options_description& positional) {
+                              po::options_description options, const po::positional_options_description& positional) {
     options.add_options()("help,h", "show this help")(
         "verbose", "on failure, also print the full diagnostic information with its call stack");
     po::variables_map values;

@@ -102,9 +102,9 @@ LoadedNumber ReadNumberExactly(const char* text, std::size_t length) noexcept {
     // among the digits here, which only sends a few more numbers below.
     if (digits > kDigitsThatAlwaysFit || significand > kExactIntegers || scale < -kLargestExactPower ||
         scale > kLargestExactPower) {
-        return significand == 0 && digits <= kDigitsThatAlwaysFit ? LoadedNumber{LoadedNumber::Kind::Double, 0,
-                                                                                 negative ? -0.0 : 0.0}
-                                                                  : Nearest(text);
+        return significand == 0 && digits <= kDigitsThatAlwaysFit
+                   ? LoadedNumber{LoadedNumber::Kind::Double, 0, negative ? -0.0 : 0.0}
+                   : Nearest(text);
     }
     const double whole = static_cast<double>(significand);
     const double value = scale >= 0 ? whole * kExactPowersOfTen[scale] : whole / kExactPowersOfTen[-scale];

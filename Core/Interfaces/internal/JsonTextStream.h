@@ -87,8 +87,8 @@ inline std::size_t UnescapedLength(const char* text) {
         std::memcpy(&word, text + length, sizeof word);
         const std::uint64_t quote = word ^ (kEach * '"');
         const std::uint64_t backslash = word ^ (kEach * '\\');
-        const std::uint64_t marks = ((word - kEach * 0x20) & ~word) | ((quote - kEach) & ~quote) |
-                                    ((backslash - kEach) & ~backslash);
+        const std::uint64_t marks =
+            ((word - kEach * 0x20) & ~word) | ((quote - kEach) & ~quote) | ((backslash - kEach) & ~backslash);
         if ((marks & kHigh) != 0) {
             return length + static_cast<std::size_t>(__builtin_ctzll(marks & kHigh)) / 8;
         }

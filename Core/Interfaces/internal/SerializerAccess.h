@@ -186,8 +186,7 @@ private:
 
 // PropertySerializerWriter.cpp: builds the whole text, then writes it to
 // output in one Write.
-void WriteJsonText(const Property& root, bool wrapRoot, PropertySerializer::DoubleText doubleText,
-                   IDataOutput& output);
+void WriteJsonText(const Property& root, bool wrapRoot, PropertySerializer::DoubleText doubleText, IDataOutput& output);
 void SaveJsonValue(const Property& root, JsonValue& value, JsonAllocator& allocator);
 
 // PropertySerializerReader.cpp: text is parsed in place, and ends at a zero

@@ -162,9 +162,7 @@ std::vector<const Property*> PlanMembers(const Property::ChildListType& children
 class MemberCursor {
 public:
     explicit MemberCursor(const Property& container)
-        : m_children(&SerializerAccess::Children(container)),
-          m_it(m_children->begin()),
-          m_names(*m_children) {}
+        : m_children(&SerializerAccess::Children(container)), m_it(m_children->begin()), m_names(*m_children) {}
 
     bool Done() const { return m_it == m_children->end(); }
     bool First() const { return m_index == 0; }
