@@ -282,9 +282,12 @@ private:
         Stop(std::current_exception(), ZeroDenominatorReason(member, text));
     }
 
-    // The child the next value goes into, holding a T made of args.
+    // The child the next value goes into, holding a T made of args. Every
+    // value passes here: flattened, so that the lookup of its name and the
+    // building of its node, the name's string included, are one function,
+    // where the compiler otherwise called out for the string of each node.
     template <class T, class... Args>
-    Property& AddChild(Args&&... args) {
+    [[gnu::flatten]] Property& AddChild(Args&&... args) {
         Frame& frame = m_frames.back();
         switch (frame.kind) {
         case Kind::Object:

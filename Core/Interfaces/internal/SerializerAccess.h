@@ -147,7 +147,7 @@ public:
     // Hashes the length and the first and last eight bytes (fewer for short
     // names) with one multiplication: a per-byte hash was a tenth of the
     // time of loading. Names that differ only in between merely share a bit.
-    [[gnu::always_inline]] static unsigned Bit(std::string_view name) {
+    static unsigned Bit(std::string_view name) {
         const char* const text = name.data();
         const std::size_t length = name.size();
         std::uint64_t word;
