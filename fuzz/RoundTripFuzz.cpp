@@ -6,7 +6,7 @@
 // where text is hardest to get right are checked once: both sides of every
 // power of ten, of every six-digit rounding boundary and of every power of
 // two, and the ends of the subnormals. At exit it says how many doubles it
-// checked, ten million and more in a run of half a minute.
+// checked.
 #include "FuzzCheck.h"
 #include "support/DoubleText.h"
 

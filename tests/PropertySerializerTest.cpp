@@ -452,14 +452,14 @@ TEST(Serialize, RoundTripTextIsTheShortestThatReadsBackAsADouble) {
 
 namespace {
 
-// A million finite doubles in shards: both sides of every power of ten, of
-// every six-digit rounding boundary and of every power of two (where the
+// Ten million finite doubles in shards: both sides of every power of ten,
+// of every six-digit rounding boundary and of every power of two (where the
 // spacing of doubles changes), then short decimals, subnormals, and random
-// bit patterns. RoundTripFuzz takes ten million and more a run.
+// bit patterns. RoundTripFuzz adds the bit patterns a fuzzer finds.
 class RoundTripDoubles {
 public:
-    static constexpr std::size_t kCount = 1'000'000;
-    static constexpr std::size_t kShards = 2;
+    static constexpr std::size_t kCount = 10'000'000;
+    static constexpr std::size_t kShards = 10;
 
     explicit RoundTripDoubles(std::size_t shard) : m_random(20261124 + shard) {
         if (shard == 0) {
