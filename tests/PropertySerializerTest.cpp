@@ -660,6 +660,79 @@ TEST(Deserialize, NumbersLoadAsTheNearestDoubleToTheirText) {
               "root<6>{0<3>9007199254740993,1<3>-9223372036854775808,2<3>0}");
 }
 
+// Every number whose value a double holds loads, however it is spelt: the
+// exponent or the digits alone may lie beyond a double's range.
+TEST(Deserialize, NumbersWithinTheDoublesLoadWhateverTheirSpelling) {
+    const struct {
+        std::string text;
+        double expected;
+    } cases[] = {
+        {"0e400", 0.0},
+        {"-0e400", -0.0},
+        {"0.0e310", 0.0},
+        {"0E+99999999999999999999", 0.0},
+        {"1" + std::string(309, '0') + "e-309", 1.0},
+        {"0.001e311", 1e308},
+        {"1" + std::string(400, '0') + ".5e-400", 1.0},
+    };
+    for (const auto& c : cases) {
+        const Property loaded = Load("[" + c.text + "]");
+        ASSERT_EQ(loaded[std::size_t{0}].GetType(), TypeDouble) << c.text.substr(0, 40);
+        const double got = loaded[std::size_t{0}].GetDouble();
+        EXPECT_EQ(std::memcmp(&got, &c.expected, sizeof got), 0) << c.text.substr(0, 40);
+    }
+}
+
+// JsonSyntax::WithComments reads what code editors' settings files hold;
+// Strict, and every function without the argument, refuses it.
+TEST(Deserialize, CommentsAndTrailingCommasOnlyWhenAsked) {
+    const std::string text = "// settings\n{\n  \"a\": 1, /* one */\n  \"b\": [2, 3,], // list\n"
+                             "  /* \"c\": 4 */\n  \"d\": {\"e\": true,},\n}\n// end";
+    Property loaded("root");
+    PropertySerializer::Deserialize(loaded, MemoryDataInput::Create(text), false,
+                                    PropertySerializer::JsonSyntax::WithComments);
+    EXPECT_EQ(Describe(loaded), "root<6>{a<3>1,b<6>{0<3>2,1<3>3},d<6>{e<1>1}}");
+    Property strict("root");
+    ExpectParseError(strict, text);
+    const JsonException e = CatchAs<JsonException>([&] {
+        PropertySerializer::Deserialize(strict, MemoryDataInput::Create(text), false,
+                                        PropertySerializer::JsonSyntax::Strict);
+    });
+    EXPECT_EQ(*boost::get_error_info<JsonException::TagParseOffset>(e), 0u);
+}
+
+// Comments are white space to locating too: their line ends count, and what
+// is wrong inside or after one is located like anything else.
+TEST(Deserialize, ErrorsAmongCommentsSayWhereAndWhy) {
+    const struct {
+        std::string text;
+        std::size_t offset, line, column;
+        const char* reason;
+    } cases[] = {
+        {"/* a\n b */ {\n// c\n\"x\" 1}", 22, 4, 5, "missing a colon after a member name"},
+        {"{\"a\": 1 /* never\n closed", 8, 1, 9, "a comment that is never closed"},
+        {"{\"a\": 1,\n  / \"b\": 2}", 11, 2, 3, "a '/' that starts no comment"},
+        {"[1,,]", 3, 1, 4, "not a valid JSON value"},
+        {"{,}", 1, 1, 2, "missing a member name in double quotes"},
+        {"// only a comment", 17, 1, 18, "the document is empty"},
+    };
+    for (const auto& c : cases) {
+        Property target("target");
+        const JsonException e = CatchAs<JsonException>([&] {
+            PropertySerializer::Deserialize(target, MemoryDataInput::Create(c.text), false,
+                                            PropertySerializer::JsonSyntax::WithComments);
+        });
+        EXPECT_EQ(*boost::get_error_info<JsonException::TagParseReason>(e), c.reason) << c.text;
+        EXPECT_EQ(*boost::get_error_info<JsonException::TagParseOffset>(e), c.offset) << c.text;
+        EXPECT_EQ(*boost::get_error_info<JsonException::TagParseLine>(e), c.line) << c.text;
+        EXPECT_EQ(*boost::get_error_info<JsonException::TagParseColumn>(e), c.column) << c.text;
+        EXPECT_STREQ(*boost::get_error_info<boost::throw_function>(e),
+                     "static void Tarsel::Core::PropertySerializer::Deserialize(Core::Property &, "
+                     "boost::intrusive_ptr<Tarsel::Core::IDataInput>, bool, "
+                     "Tarsel::Core::PropertySerializer::JsonSyntax)");
+    }
+}
+
 TEST(Deserialize, SyntaxErrorsAndScalarRootsLeaveTheTargetUntouched) {
     Property target("target");
     target.SetChildT<long long>("kept", 1);
@@ -695,15 +768,28 @@ TEST(Deserialize, ParseErrorsSayWhereAndWhy) {
         {R"({"a" 1})", 5, 1, 6, "missing a colon after a member name"},
         {R"({"a":1 "b":2})", 7, 1, 8, "missing a comma or '}' after an object member"},
         {R"({"a":[1,2)", 9, 1, 10, "missing a comma or ']' after an array element"},
-        {"[nul]", 4, 1, 5, "not a valid JSON value"},  // where "nul" cannot go on
+        // A misspelt or cut literal at its first letter, not where it breaks off.
+        {"[nul]", 1, 1, 2, "not a valid JSON value"},
+        {"{\"a\":\n  tru}", 8, 2, 3, "not a valid JSON value"},
+        {"[fals", 1, 1, 2, "not a valid JSON value"},
         {R"(["\x"])", 2, 1, 3, "invalid escape character in a string"},
         {"[\"a\tb\"]", 3, 1, 4, "a control character in a string must be escaped"},
         {R"(["\u12G4"])", 2, 1, 3, "bad hex digit in a \\u escape"},
-        {R"(["\uD800x"])", 2, 1, 3, "bad surrogate pair in a \\u escape"},
-        {R"(["abc)", 5, 1, 6, "missing the closing quotation mark of a string"},
+        // A bad second half of a surrogate pair at that second half.
+        {R"(["\uD800x"])", 8, 1, 9, "bad surrogate pair in a \\u escape"},
+        {R"(["\udbff\u0041"])", 8, 1, 9, "bad surrogate pair in a \\u escape"},
+        {R"(["\uD800\uDG00"])", 8, 1, 9, "bad hex digit in a \\u escape"},
+        {R"(["\uDC00\uD800"])", 14, 1, 15, "bad surrogate pair in a \\u escape"},  // a low half, then a lone high
+        // A string never closed at its opening quote.
+        {R"(["abc)", 1, 1, 2, "missing the closing quotation mark of a string"},
+        {"{\n \"a\": 1,\n \"b", 12, 3, 2, "missing the closing quotation mark of a string"},
         {"[1.]", 3, 1, 4, "incomplete number"},
-        {"[1e309]", 1, 1, 2, "number too large for a double"},  // refused by the reader
-        {"[2e308]", 1, 1, 2, "number too large for a double"},  // read as infinity, refused by the loader
+        {"[1e309]", 1, 1, 2, "number too large for a double"},
+        {"[2e308]", 1, 1, 2, "number too large for a double"},
+        {"[0, 1e400]", 4, 1, 5, "number too large for a double"},
+        {"[1" + std::string(309, '0') + "]", 1, 1, 2, "number too large for a double"},
+        {"[-]", 2, 1, 3, "not a valid JSON value"},
+        {"[1e]", 3, 1, 4, "incomplete number"},
         {R"({"a":-1.8e308})", 5, 1, 6, "number too large for a double"},
         {deep, 512, 1, 513, "nesting deeper than 512 levels"},
         {"\n" + deep, 513, 2, 513, "nesting deeper than 512 levels"},

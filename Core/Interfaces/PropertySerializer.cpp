@@ -17,6 +17,26 @@ JsonTarselStreamOut::JsonTarselStreamOut(boost::intrusive_ptr<IDataOutput> outpu
     RequireStream(m_output, "output", TARSEL_THROW_SITE(Signatures::JsonTarselStreamOut));
 }
 
+namespace {
+
+// Deserialize, whichever overload: site is the public function's.
+void LoadFromInput(Property& property, boost::intrusive_ptr<IDataInput> input, bool wrapRoot,
+                   PropertySerializer::JsonSyntax syntax, const ThrowSite& site) {
+    // The text ends at the first zero byte; the reader may look a few
+    // bytes past it.
+    const WholeInput text = ReadWholeInput(RequireStream(input, "input", site), Json::kTextPadding);
+    Json::LoadJsonText(property, text.bytes.get(), syntax, site);
+    if (wrapRoot) {
+        // The property becomes its first child, moved out rather than copied.
+        Property& first = property[std::size_t{0}];
+        Property detached{std::string()};
+        detached.Swap(first);
+        property.Swap(detached);
+    }
+}
+
+}  // namespace
+
 void PropertySerializer::Serialize(const Property& property, boost::intrusive_ptr<IDataOutput> output, bool wrapRoot) {
     Json::WriteJsonText(property, wrapRoot, DoubleText::SixDigits,
                         RequireStream(output, "output", TARSEL_THROW_SITE(Signatures::Serialize)));
@@ -44,18 +64,12 @@ void PropertySerializer::Save(const Property& property, JsonValue& value, JsonAl
 }
 
 void PropertySerializer::Deserialize(Property& property, boost::intrusive_ptr<IDataInput> input, bool wrapRoot) {
-    const ThrowSite site = TARSEL_THROW_SITE(Signatures::Deserialize);
-    // The text ends at the first zero byte; the reader may look a few
-    // bytes past it.
-    const WholeInput text = ReadWholeInput(RequireStream(input, "input", site), Json::kTextPadding);
-    Json::LoadJsonText(property, text.bytes.get(), site);
-    if (wrapRoot) {
-        // The property becomes its first child, moved out rather than copied.
-        Property& first = property[std::size_t{0}];
-        Property detached{std::string()};
-        detached.Swap(first);
-        property.Swap(detached);
-    }
+    LoadFromInput(property, std::move(input), wrapRoot, JsonSyntax::Strict, TARSEL_THROW_SITE(Signatures::Deserialize));
+}
+
+void PropertySerializer::Deserialize(Property& property, boost::intrusive_ptr<IDataInput> input, bool wrapRoot,
+                                     JsonSyntax syntax) {
+    LoadFromInput(property, std::move(input), wrapRoot, syntax, TARSEL_THROW_SITE(Signatures::DeserializeWithSyntax));
 }
 
 void PropertySerializer::Load(Property& property, const JsonValue& value) {

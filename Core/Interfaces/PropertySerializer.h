@@ -95,6 +95,19 @@ public:
     static void SerializeToFile(const Property& property, const ioPath& path, bool wrapRoot);
     static void SerializeToFile(const Property& property, const ioPath& path, bool wrapRoot, DoubleText doubleText);
 
+    // Which texts a load accepts.
+    enum class JsonSyntax {
+        // JSON as it is defined (RFC 8259): what every function without a
+        // JsonSyntax argument reads.
+        Strict,
+        // JSON with the comments and trailing commas of code editors'
+        // settings files: // to the end of its line and /* */ wherever white
+        // space may stand, and a comma after the last member of an object or
+        // element of an array. A comment that is never closed is a parse
+        // error located at its "/*".
+        WithComments,
+    };
+
     // Fills value from property with the structure of Serialize's text (see
     // above), doubles held as they are; an Empty node leaves value untouched.
     static void Save(const Property& property, JsonValue& value, JsonAllocator& allocator);
@@ -118,6 +131,9 @@ public:
     // IndexIsOutOfBound. A size that cannot be buffered throws
     // std::bad_alloc; exceptions of the input pass through.
     static void Deserialize(Property& property, boost::intrusive_ptr<IDataInput> input, bool wrapRoot);
+    // The same, reading the text as syntax says.
+    static void Deserialize(Property& property, boost::intrusive_ptr<IDataInput> input, bool wrapRoot,
+                            JsonSyntax syntax);
 
     // Loads value into property. Each object member becomes the child
     // SetChild(name) gives (the first child of that name, reset, or a new

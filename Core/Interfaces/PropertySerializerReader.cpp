@@ -15,6 +15,7 @@
 #include <Core/Interfaces/PropertySerializer.h>
 
 #include <Core/Interfaces/internal/JsonNumber.h>
+#include <Core/Interfaces/internal/JsonReader.h>
 #include <Core/Interfaces/internal/JsonTextErrors.h>
 #include <Core/Interfaces/internal/JsonTextStream.h>
 #include <Core/Interfaces/internal/RatioParse.h>
@@ -39,27 +40,11 @@ namespace Tarsel::Core::Json {
 
 namespace {
 
-// Iterative, so that no depth exhausts the stack; in place, so that strings
-// and keys are decoded where they stand; numbers as their text, which
-// ReadNumber reads to the nearest double: RapidJSON's own reading lands 1 to
-// 3 ulp off for about one decimal in twelve, and its full-precision one
-// misreads some numbers of more than 19 digits.
-constexpr unsigned kTextParseFlags =
-    rapidjson::kParseIterativeFlag | rapidjson::kParseInsituFlag | rapidjson::kParseNumbersAsStringsFlag;
-
-// JSON failures carry no call stack: the position in the text, not in the
-// code, is what a caller needs. A DOM has no text to point into.
-[[noreturn]] void ThrowParseError(const ThrowSite& site, const std::string& reason) {
-    ThrowAt(site,
-            JsonException() << JsonException::TagParseError("Parse error") << JsonException::TagParseReason(reason));
-}
-
-[[noreturn]] void ThrowParseError(const ThrowSite& site, const TextLocation& where, const std::string& reason) {
-    ThrowAt(site,
-            JsonException() << JsonException::TagParseError("Parse error")
-                            << JsonException::TagParseOffset(where.offset) << JsonException::TagParseLine(where.line)
-                            << JsonException::TagParseColumn(where.column) << JsonException::TagParseReason(reason));
-}
+// In place, so that strings and keys are decoded where they stand; numbers
+// as their text, which ReadNumber reads to the nearest double: RapidJSON's
+// own reading lands 1 to 3 ulp off for about one decimal in twelve, and its
+// full-precision one misreads some numbers of more than 19 digits.
+constexpr unsigned kInPlace = rapidjson::kParseInsituFlag;
 
 bool TakesRatio(std::string_view name) {
     return name == PropertySerializer::kRatioKey;
@@ -375,6 +360,17 @@ public:
     }
 };
 
+}  // namespace
+}  // namespace Tarsel::Core::Json
+
+TARSEL_JSON_SCAN_NUMBERS(rapidjson::kParseInsituFlag, Tarsel::Core::Json::LocatingStream,
+                         Tarsel::Core::Json::TextTreeBuilder)
+TARSEL_JSON_SCAN_NUMBERS(rapidjson::kParseInsituFlag | Tarsel::Core::Json::kWithCommentsFlags,
+                         Tarsel::Core::Json::CommentLocatingStream, Tarsel::Core::Json::TextTreeBuilder)
+
+namespace Tarsel::Core::Json {
+namespace {
+
 // Feeds a DOM value's events to a handler in document order, with an
 // explicit stack. Returns false when the handler stops.
 template <class Handler>
@@ -507,24 +503,26 @@ void LoadScalar(Property& target, const JsonValue& value) {
 
 }  // namespace
 
-void LoadJsonText(Property& target, char* text, const ThrowSite& parseErrorSite) {
-    LocatingStream stream(text);
-    const auto parse = [&](TextTreeBuilder& builder) {
-        rapidjson::Reader reader;
-        const rapidjson::ParseResult result = reader.Parse<kTextParseFlags>(stream, builder);
-        if (!result.IsError()) {
-            return;
-        }
-        // A refusal stops the reader at the token refused, which need not be
-        // where it reports the stop.
-        const Refusal refusal = builder.Refused();
-        if (refusal != Refusal::None) {
-            ThrowParseError(parseErrorSite, stream.TokenLocation(), RefusalReason(refusal));
-        }
-        ThrowParseError(parseErrorSite, stream.Locate(result.Offset()),
-                        SyntaxErrorReason(result.Code(), stream.Text(), result.Offset()));
-    };
-    LoadDocument<TextTreeBuilder>(target, parse, stream);
+namespace {
+
+template <PropertySerializer::JsonSyntax syntax>
+void LoadText(Property& target, char* text, const ThrowSite& parseErrorSite) {
+    SyntaxStream<syntax> stream(text);
+    LoadDocument<TextTreeBuilder>(
+        target,
+        [&](TextTreeBuilder& builder) { ReadJson<kInPlace | kSyntaxFlags<syntax>>(stream, builder, parseErrorSite); },
+        stream);
+}
+
+}  // namespace
+
+void LoadJsonText(Property& target, char* text, PropertySerializer::JsonSyntax syntax,
+                  const ThrowSite& parseErrorSite) {
+    if (syntax == PropertySerializer::JsonSyntax::Strict) {
+        LoadText<PropertySerializer::JsonSyntax::Strict>(target, text, parseErrorSite);
+    } else {
+        LoadText<PropertySerializer::JsonSyntax::WithComments>(target, text, parseErrorSite);
+    }
 }
 
 void LoadJsonValue(Property& target, const JsonValue& value, const ThrowSite& parseErrorSite) {

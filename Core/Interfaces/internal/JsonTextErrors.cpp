@@ -64,6 +64,75 @@ std::string SyntaxErrorReason(rapidjson::ParseErrorCode code, const char* text, 
     }
 }
 
+namespace {
+
+bool IsHexDigit(char c) {
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+}
+
+// Whether text at offset is "\\u" and a high surrogate's four hex digits: the
+// first half of a pair, whose second half starts six bytes on.
+bool IsHighSurrogateEscape(const char* text, std::size_t offset) {
+    const char* p = text + offset;
+    if (p[0] != '\\' || p[1] != 'u' || (p[2] != 'd' && p[2] != 'D')) {
+        return false;
+    }
+    const char third = static_cast<char>(p[3] | 0x20);
+    return third >= '8' && third <= 'b' && IsHexDigit(p[4]) && IsHexDigit(p[5]);
+}
+
+}  // namespace
+
+SyntaxError LocateSyntaxError(rapidjson::ParseErrorCode code, std::size_t offset, const LocatingStream& stream) {
+    const char* const text = stream.Text();
+    const std::size_t token = static_cast<std::size_t>(stream.tokenStart - text);
+    std::size_t at = offset;
+    switch (code) {
+    case rapidjson::kParseErrorStringMissQuotationMark:
+        // A string runs to the end of the text only when no line end stops
+        // it first (a raw one is refused where it stands), so its quote is
+        // on the line being read.
+        at = token;
+        break;
+    case rapidjson::kParseErrorValueInvalid:
+        if (text[token] == 't' || text[token] == 'f' || text[token] == 'n') {
+            at = token;
+        }
+        break;
+    case rapidjson::kParseErrorStringUnicodeSurrogateInvalid:
+    case rapidjson::kParseErrorStringUnicodeEscapeInvalidHex:
+        // The reader reports both halves of a pair at the first one's escape;
+        // decoding in place has not yet written over either.
+        if (IsHighSurrogateEscape(text, offset)) {
+            at = offset + 6;
+        }
+        break;
+    case rapidjson::kParseErrorUnspecificSyntaxError:
+        // Only comments give this code: the reader passes over an unclosed
+        // one, or a '/' that starts none, to the end of the text.
+        if (text[token] == '/') {
+            return {stream.Locate(token),
+                    text[token + 1] == '*' ? "a comment that is never closed" : "a '/' that starts no comment"};
+        }
+        break;
+    default:
+        break;
+    }
+    return {stream.Locate(at), SyntaxErrorReason(code, text, at)};
+}
+
+void ThrowParseError(const ThrowSite& site, const TextLocation& where, const std::string& reason) {
+    ThrowAt(site,
+            JsonException() << JsonException::TagParseError("Parse error")
+                            << JsonException::TagParseOffset(where.offset) << JsonException::TagParseLine(where.line)
+                            << JsonException::TagParseColumn(where.column) << JsonException::TagParseReason(reason));
+}
+
+void ThrowParseError(const ThrowSite& site, const std::string& reason) {
+    ThrowAt(site,
+            JsonException() << JsonException::TagParseError("Parse error") << JsonException::TagParseReason(reason));
+}
+
 std::string RefusalReason(Refusal refusal) {
     switch (refusal) {
     case Refusal::TooDeep:

@@ -33,6 +33,9 @@ struct TextLocation {
 class LocatingStream : public rapidjson::InsituStringStream {
 public:
     explicit LocatingStream(char* text) : rapidjson::InsituStringStream(text), lineStart(text), tokenStart(text) {}
+    // For a reading that is not in place: the reader then only reads through
+    // the stream, and never writes where it points.
+    explicit LocatingStream(const char* text) : LocatingStream(const_cast<char*>(text)) {}
 
     // offset must not lie before the current line: any error offset the
     // reader reports, or the start of the last token.
@@ -66,6 +69,58 @@ inline void SkipWhitespace(LocatingStream& stream) {
     }
     stream.src_ = p;
     stream.tokenStart = p;
+}
+
+// The stream of JSON with comments: besides white space, its SkipWhitespace
+// passes over every complete // and /* */ comment, counting the line ends in
+// them, so that a comment is white space to the reader and to locating. A
+// '/' that starts no complete comment is left where it is: the reader then
+// refuses it, and the token it refuses starts there.
+class CommentLocatingStream : public LocatingStream {
+public:
+    using LocatingStream::LocatingStream;
+};
+
+// The end of the comment at p ('/' then '/' or '*'), or null when p starts
+// none: a "/*" that is never closed, or a '/' alone.
+inline const char* CommentEnd(const char* p, CommentLocatingStream& stream) {
+    if (p[1] == '/') {
+        p += 2;
+        while (*p != '\0' && *p != '\n') {
+            ++p;
+        }
+        return p;  // the line end stays: white space, counted as such
+    }
+    if (p[1] != '*') {
+        return nullptr;
+    }
+    std::size_t lineEnds = 0;
+    const char* lineStart = nullptr;
+    for (const char* q = p + 2; *q != '\0'; ++q) {
+        if (q[0] == '*' && q[1] == '/') {
+            stream.lineEnds += lineEnds;
+            if (lineStart != nullptr) {
+                stream.lineStart = lineStart;
+            }
+            return q + 2;
+        }
+        if (*q == '\n') {
+            ++lineEnds;
+            lineStart = q + 1;
+        }
+    }
+    return nullptr;
+}
+
+inline void SkipWhitespace(CommentLocatingStream& stream) {
+    for (;;) {
+        SkipWhitespace(static_cast<LocatingStream&>(stream));
+        const char* const end = *stream.src_ == '/' ? CommentEnd(stream.src_, stream) : nullptr;
+        if (end == nullptr) {
+            return;
+        }
+        stream.src_ = const_cast<char*>(end);
+    }
 }
 
 }  // namespace Tarsel::Core::Json
@@ -105,22 +160,29 @@ template <>
 struct StreamTraits<Tarsel::Core::Json::LocatingStream> {
     enum { copyOptimization = 1 };
 };
+template <>
+struct StreamTraits<Tarsel::Core::Json::CommentLocatingStream> {
+    enum { copyOptimization = 1 };
+};
 
 // The reader's hook for passing over the plain bytes of a string at once,
 // which it leaves empty but for its own streams on SSE2: until a string's
 // first escape, decoding in place writes each byte where it already is, so
 // there is nothing to write; after one, the bytes move down as a block.
-template <>
-template <>
-inline void GenericReader<UTF8<char>, UTF8<char>, CrtAllocator>::ScanCopyUnescapedString(
-    Tarsel::Core::Json::LocatingStream& is, Tarsel::Core::Json::LocatingStream& os) {
-    // In place, is and os are the one stream: its read and write positions.
-    const std::size_t length = Tarsel::Core::Json::UnescapedLength(is.src_);
-    if (os.dst_ != is.src_) {
-        std::memmove(os.dst_, is.src_, length);
+#define TARSEL_JSON_SCAN_UNESCAPED(Stream)                                                                             \
+    template <>                                                                                                        \
+    template <>                                                                                                        \
+    inline void GenericReader<UTF8<char>, UTF8<char>, CrtAllocator>::ScanCopyUnescapedString(Stream& is, Stream& os) { \
+        /* In place, is and os are the one stream: its read and write positions. */                                    \
+        const std::size_t length = Tarsel::Core::Json::UnescapedLength(is.src_);                                       \
+        if (os.dst_ != is.src_) {                                                                                      \
+            std::memmove(os.dst_, is.src_, length);                                                                    \
+        }                                                                                                              \
+        is.src_ += length;                                                                                             \
+        os.dst_ += length;                                                                                             \
     }
-    is.src_ += length;
-    os.dst_ += length;
-}
+TARSEL_JSON_SCAN_UNESCAPED(Tarsel::Core::Json::LocatingStream)
+TARSEL_JSON_SCAN_UNESCAPED(Tarsel::Core::Json::CommentLocatingStream)
+#undef TARSEL_JSON_SCAN_UNESCAPED
 
 }  // namespace rapidjson

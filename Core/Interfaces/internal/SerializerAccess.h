@@ -191,7 +191,7 @@ void SaveJsonValue(const Property& root, JsonValue& value, JsonAllocator& alloca
 
 // PropertySerializerReader.cpp: text is parsed in place, and ends at a zero
 // byte that kTextPadding - 1 more follow (internal/JsonTextStream.h).
-void LoadJsonText(Property& target, char* text, const ThrowSite& parseErrorSite);
+void LoadJsonText(Property& target, char* text, PropertySerializer::JsonSyntax syntax, const ThrowSite& parseErrorSite);
 void LoadJsonValue(Property& target, const JsonValue& value, const ThrowSite& parseErrorSite);
 
 }  // namespace Json

@@ -64,6 +64,15 @@ inline constexpr char SerializeWithDoubleText[] =
     "boost::intrusive_ptr<Tarsel::Core::IDataOutput>, bool, Tarsel::Core::PropertySerializer::DoubleText)";
 inline constexpr char Deserialize[] = "static void Tarsel::Core::PropertySerializer::Deserialize(Core::Property &, "
                                       "boost::intrusive_ptr<Tarsel::Core::IDataInput>, bool)";
+inline constexpr char DeserializeWithSyntax[] =
+    "static void Tarsel::Core::PropertySerializer::Deserialize(Core::Property &, "
+    "boost::intrusive_ptr<Tarsel::Core::IDataInput>, bool, Tarsel::Core::PropertySerializer::JsonSyntax)";
+inline constexpr char UpdateText[] =
+    "static std::string Tarsel::Core::PropertySerializer::UpdateText(const Core::Property &, const std::string &, "
+    "bool, Tarsel::Core::PropertySerializer::DoubleText, Tarsel::Core::PropertySerializer::JsonSyntax)";
+inline constexpr char UpdateFile[] =
+    "static void Tarsel::Core::PropertySerializer::UpdateFile(const Core::Property &, const Tarsel::ioPath &, bool, "
+    "Tarsel::Core::PropertySerializer::DoubleText, Tarsel::Core::PropertySerializer::JsonSyntax)";
 inline constexpr char Load[] =
     "static void Tarsel::Core::PropertySerializer::Load(Core::Property &, const "
     "rapidjson::GenericValue<rapidjson::UTF8<char>, rapidjson::MemoryPoolAllocator<rapidjson::CrtAllocator>> &)";
