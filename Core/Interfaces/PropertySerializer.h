@@ -108,6 +108,43 @@ public:
         WithComments,
     };
 
+    /// Saves property into text, a JSON text a person may have edited by
+    /// hand, changing only what must change: the text returned loads (with
+    /// wrapRoot and syntax) to exactly the tree that loading
+    /// Serialize(property, wrapRoot, doubleText) gives, but that a double the
+    /// text already held with exactly the property's value keeps its text,
+    /// and so its exact value (with DoubleText::RoundTrip there is no
+    /// difference at all).
+    ///
+    /// Where a value of the text already loads to what the property holds
+    /// (doubles bit for bit, types, names and order), its bytes are kept:
+    /// spacing, key order, escapes, number texts, an array (while the
+    /// children are still "0", "1", ... in order, as an array loads), a null
+    /// (while the child is an empty container), a ratio's text, repeated
+    /// keys, comments. A changed scalar replaces only its value's bytes. A
+    /// new child becomes a member appended at the end of its container (or
+    /// before the member of the next child that was already there), laid out
+    /// as its neighbours are, in a container of one member or none as the
+    /// text's other containers are; a removed child's member goes with its
+    /// separator and the comment on its line. A container whose children
+    /// changed order, or an array that must become an object, is written
+    /// anew in its own layout, comments between its members lost. New values
+    /// are written as doubleText says. A text with nothing but white space
+    /// (and comments) gets the plain save after what it holds.
+    ///
+    /// Throws JsonException, located as Deserialize locates it, for a text
+    /// that does not parse in syntax; std::bad_alloc when memory runs out.
+    static std::string UpdateText(const Property& property, const std::string& text, bool wrapRoot,
+                                  DoubleText doubleText, JsonSyntax syntax);
+    /// UpdateText for the file at path, written through an
+    /// AtomicFileDataOutput (see SerializeToFile). A file that does not
+    /// exist is written as SerializeToFile writes it; one that does not parse
+    /// is refused with the located JsonException and left untouched. Throws
+    /// boost::filesystem::filesystem_error, with the path and the system's
+    /// error code, when the file cannot be read or replaced.
+    static void UpdateFile(const Property& property, const ioPath& path, bool wrapRoot, DoubleText doubleText,
+                           JsonSyntax syntax);
+
     // Fills value from property with the structure of Serialize's text (see
     // above), doubles held as they are; an Empty node leaves value untouched.
     static void Save(const Property& property, JsonValue& value, JsonAllocator& allocator);

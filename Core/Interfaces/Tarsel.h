@@ -7,6 +7,7 @@
 #include <Core/Interfaces/Encoding.h>
 #include <Core/Interfaces/Exceptions.h>
 #include <Core/Interfaces/FileUtils.h>
+#include <Core/Interfaces/JsonText.h>
 #include <Core/Interfaces/Path.h>
 #include <Core/Interfaces/PlatformHooks.h>
 #include <Core/Interfaces/Property.h>

@@ -73,6 +73,9 @@ inline constexpr char UpdateText[] =
 inline constexpr char UpdateFile[] =
     "static void Tarsel::Core::PropertySerializer::UpdateFile(const Core::Property &, const Tarsel::ioPath &, bool, "
     "Tarsel::Core::PropertySerializer::DoubleText, Tarsel::Core::PropertySerializer::JsonSyntax)";
+inline constexpr char JsonTextConstructor[] =
+    "Tarsel::Core::JsonText::JsonText(std::string, Tarsel::Core::PropertySerializer::JsonSyntax, "
+    "Tarsel::Core::JsonText::Rules)";
 inline constexpr char Load[] =
     "static void Tarsel::Core::PropertySerializer::Load(Core::Property &, const "
     "rapidjson::GenericValue<rapidjson::UTF8<char>, rapidjson::MemoryPoolAllocator<rapidjson::CrtAllocator>> &)";
