@@ -469,13 +469,15 @@ std::string UpdateJsonText(const Property& property, const std::string& text, bo
                            PropertySerializer::DoubleText doubleText, PropertySerializer::JsonSyntax syntax,
                            const ThrowSite& site) {
     if (HoldsNoValue(text, syntax == PropertySerializer::JsonSyntax::WithComments)) {
-        std::string updated = text;
-        if (!updated.empty() && updated.back() != '\n') {
-            updated += '\n';  // below a comment that runs to the end of its line
-        }
         const auto output = MemoryDataOutput::Create();
         PropertySerializer::Serialize(property, output, wrapRoot, doubleText);
-        return updated.empty() ? output->GetData() : updated + output->GetData();
+        // Comments stay, and the document goes below them, past the end of
+        // a comment that runs to the end of its line; white space alone goes.
+        const bool comments = text.find('/') < text.find('\0');
+        if (!comments) {
+            return output->GetData();
+        }
+        return text + (text.back() == '\n' ? "" : "\n") + output->GetData();
     }
     const TextIndex index(text, syntax, JsonText::Rules::Json, site);
     Updater updater(index, doubleText);
