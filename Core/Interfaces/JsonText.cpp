@@ -53,21 +53,15 @@ Json::ValueWriter Nested(const std::vector<std::string>& names, std::size_t from
 
 }  // namespace
 
-JsonText::JsonText(std::string text, PropertySerializer::JsonSyntax syntax, Rules rules)
-    : m_impl(std::make_unique<Impl>(std::move(text), syntax, rules)) {}
+JsonText::JsonText(const std::string& text, PropertySerializer::JsonSyntax syntax, Rules rules)
+    : m_impl(std::make_unique<Impl>(text, syntax, rules)) {}
 
 JsonText::~JsonText() = default;
 JsonText::JsonText(JsonText&& other) noexcept = default;
 JsonText& JsonText::operator=(JsonText&& other) noexcept = default;
 
 const std::string& JsonText::Text() const noexcept {
-    return m_impl->text;
-}
-
-std::string JsonText::TakeText() && {
-    std::string text = std::move(m_impl->text);
-    m_impl.reset();
-    return text;
+    return m_impl->index.Text();
 }
 
 JsonText::Kind JsonText::KindOf(Value value) const {
@@ -173,7 +167,7 @@ JsonText::Edit JsonText::Append(Value container, const std::vector<std::string>&
     }
     const Json::DocumentStyle style = Json::StyleOf(index);
     Json::ContainerEdit edit(index, style, container);
-    const std::size_t from = kind == Kind::Object ? 1 : std::min<std::size_t>(1, names.size());
+    const std::size_t from = kind == Kind::Object ? 1 : 0;
     std::string key;
     if (kind == Kind::Object) {
         key = Json::JsonStringText(Json::UpToFirstZero(names[0].c_str(), names[0].size()));

@@ -30,11 +30,12 @@ class TextIndex;
 ///
 /// Values are numbered in document order, the root first (Root()); a Value
 /// stays valid while its JsonText lives. The object is immutable: the Edit
-/// functions return a change for the caller to apply to the text.
+/// functions return a change for the caller to apply to its text.
 /// Concurrent reads of one JsonText are safe.
 ///
 /// Example: the width of a settings file, exactly as it is written.
 /// @code
+/// const std::string text = ...;  // the file's bytes
 /// const JsonText json(text, PropertySerializer::JsonSyntax::Strict, JsonText::Rules::Settings);
 /// const JsonText::Reach reach = json.Follow({"video", "width"});
 /// if (reach.matched == 2) { std::string_view written = json.Spelling(reach.value); }
@@ -70,7 +71,10 @@ public:
     static constexpr Value kNone = ~Value{0};
 
     /// Parses text, up to its first zero byte as a load reads, nested at
-    /// most PropertySerializer::kMaxDepth levels, in syntax.
+    /// most PropertySerializer::kMaxDepth levels, in syntax. The JsonText
+    /// reads text where it is, without a copy: text must outlive it,
+    /// unchanged. To change a large text, destroy the JsonText, apply the
+    /// edit, and parse again: index and text are then never held twice.
     ///
     /// Throws JsonException with TagParseError "Parse error" and where and
     /// why (TagParseOffset, TagParseLine, TagParseColumn, TagParseReason),
@@ -82,7 +86,9 @@ public:
     /// each with the same location records, as loading would; a syntax error
     /// later in the text is reported first. Throws std::length_error for a
     /// text of 2^56 bytes or more, or of more than 2^32 - 2 values.
-    JsonText(std::string text, PropertySerializer::JsonSyntax syntax, Rules rules);
+    JsonText(const std::string& text, PropertySerializer::JsonSyntax syntax, Rules rules);
+    /// A temporary text would be gone before the JsonText that reads it.
+    JsonText(std::string&& text, PropertySerializer::JsonSyntax syntax, Rules rules) = delete;
     ~JsonText();
     JsonText(JsonText&& other) noexcept;
     JsonText& operator=(JsonText&& other) noexcept;
@@ -91,9 +97,6 @@ public:
 
     /// The text, whole (past a zero byte too).
     const std::string& Text() const noexcept;
-    /// Gives the text back and frees the index: the way to change a large
-    /// text without holding the index and two texts at once.
-    std::string TakeText() &&;
 
     /// The root value, 0.
     Value Root() const noexcept { return 0; }
@@ -195,8 +198,8 @@ public:
         std::size_t end;
         std::string text;
     };
-    /// Applies edit to text in place (an edit of this JsonText to its Text()
-    /// or to a copy of it).
+    /// Applies edit to text in place: an edit of a JsonText to its text, once
+    /// the JsonText is gone, or to a copy of the text.
     static void Apply(const Edit& edit, std::string& text);
 
     /// The edit that replaces value's bytes with valueText (a JSON value's
@@ -205,7 +208,7 @@ public:
     /// The edit that adds a last child to container, an object or an array,
     /// as an editor would: the member names[0] of an object, or the next
     /// element of an array, holding valueText wrapped in one object for each
-    /// further name. It is laid out as the container's children are
+    /// further name (names[1...] for an object, names for an array). It is laid out as the container's children are
     /// (indentation, line ends, separators, a trailing comma where the
     /// others have one); in a container of one child on one line, or none,
     /// as the document's other containers are. Names are written with the

@@ -74,7 +74,7 @@ inline constexpr char UpdateFile[] =
     "static void Tarsel::Core::PropertySerializer::UpdateFile(const Core::Property &, const Tarsel::ioPath &, bool, "
     "Tarsel::Core::PropertySerializer::DoubleText, Tarsel::Core::PropertySerializer::JsonSyntax)";
 inline constexpr char JsonTextConstructor[] =
-    "Tarsel::Core::JsonText::JsonText(std::string, Tarsel::Core::PropertySerializer::JsonSyntax, "
+    "Tarsel::Core::JsonText::JsonText(const std::string &, Tarsel::Core::PropertySerializer::JsonSyntax, "
     "Tarsel::Core::JsonText::Rules)";
 inline constexpr char Load[] =
     "static void Tarsel::Core::PropertySerializer::Load(Core::Property &, const "
