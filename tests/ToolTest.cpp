@@ -377,6 +377,90 @@ TEST_F(ToolTest, SetEditsOnlyTheBytesOfTheValueItNames) {
     }
 }
 
+// VALUE is written as the JSON the user typed: numbers of any size as their
+// digits, ratios as typed, null as null; what JSON cannot spell is a
+// string. New members take the separator the file uses.
+TEST_F(ToolTest, SetWritesValuesAsTypedAndLaysThemOutAsTheFileDoes) {
+    const struct {
+        std::string before;
+        std::vector<std::string> args;  // PATH VALUE [options]
+        std::string after;
+    } cases[] = {
+        {R"({"v":0})", {"v", "null"}, R"({"v":null})"},
+        {R"({"v":0})", {"v", "null", "--type", "string"}, R"({"v":"null"})"},
+        {R"({"v":0})", {"v", "007"}, R"({"v":"007"})"},
+        {R"({"v":0})", {"v", "+5"}, R"({"v":"+5"})"},
+        {R"({"v":0})", {"v", "00"}, R"({"v":"00"})"},
+        {R"({"v":0})", {"v", "007", "--type", "int"}, R"({"v":7})"},
+        {R"({"v":0})", {"v", "18446744073709551615"}, R"({"v":18446744073709551615})"},
+        {R"({"v":0})", {"v", "123456789012345678901234567890"}, R"({"v":123456789012345678901234567890})"},
+        {R"({"v":0})", {"v", "1e5"}, R"({"v":1e5})"},
+        {R"({"v":0})", {"v", "1e400"}, R"({"v":"1e400"})"},  // beyond the doubles: text
+        {R"({"v":0})", {"v", ".5", "--type", "double"}, R"({"v":0.5})"},
+        {R"({"v":0})", {"v", "12/24"}, R"({"v":"12/24"})"},
+        {R"({"v":0})", {"v", "0/5"}, R"({"v":"0/5"})"},
+        {R"({"frameRateRatio":"1/1"})",
+         {"frameRateRatio", "12/24", "--type", "ratio"},
+         R"({"frameRateRatio":"12/24"})"},
+        // One member, or none, on one line: the separator of the file's other containers.
+        {R"({"x": {"a": 1}, "y": [1, 2]})", {"x/b", "2"}, R"({"x": {"a": 1, "b": 2}, "y": [1, 2]})"},
+        {R"({"x": [1], "y": [1, 2]})", {"x/1", "2"}, R"({"x": [1, 2], "y": [1, 2]})"},
+        {R"({"x": [], "y": {"a": 1, "b": 2}})", {"x/0", "1"}, R"({"x": [1], "y": {"a": 1, "b": 2}})"},
+        {R"({"x": { }, "y": 2})", {"x/a", "1"}, R"({"x": { "a": 1 }, "y": 2})"},
+        // A key cut at a zero byte is the name a load reads: the last "a" here.
+        {R"({"a":1,"a\u0000b":5})", {"a", "2"}, R"({"a":1,"a\u0000b":2})"},
+        // Comments in a .jsonc file, or with --comments, stay.
+        {"{\n  // volume\n  \"v\": 1, /* one */\n}",
+         {"v", "2", "--comments"},
+         "{\n  // volume\n  \"v\": 2, /* one */\n}"},
+    };
+    for (const auto& c : cases) {
+        WriteFile("edit.json", c.before);
+        std::vector<std::string> args = {"set", "edit.json"};
+        args.insert(args.end(), c.args.begin(), c.args.end());
+        const Result result = Run(args);
+        EXPECT_EQ(result.status, 0) << c.before << " " << c.args[0] << "\n" << result.err;
+        EXPECT_EQ(ReadFile("edit.json"), c.after) << c.before << " " << c.args[0];
+    }
+    WriteFile("zero.json", R"({"a":1,"a\u0000b":5})");
+    ASSERT_EQ(Run({"set", "zero.json", "a", "2"}).status, 0);
+    Property loaded("settings");
+    PropertySerializer::Deserialize(loaded, FileDataInput::Create(At("zero.json")), false);
+    EXPECT_EQ(loaded["a"].GetInt64(), 2);
+
+    WriteFile("settings.jsonc", "{\"v\": 1, // one\n}");
+    ASSERT_EQ(Run({"set", "settings.jsonc", "w", "2"}).status, 0);
+    EXPECT_EQ(ReadFile("settings.jsonc"), "{\"v\": 1, // one\n  \"w\": 2,\n}");
+}
+
+// What set cannot write as JSON text, or would misplace, is refused and the
+// file stays as it was.
+TEST_F(ToolTest, SetRefusesTextThatIsNotUtf8AndDocumentsWithAZeroByte) {
+    const std::string original = R"({"a":1})";
+    WriteFile("edit.json", original);
+    const struct {
+        std::vector<std::string> args;
+        int status;
+        std::string err;
+    } cases[] = {
+        {{"set", "edit.json", "a", "\xff"}, 2, "tarsel set: VALUE is not UTF-8 text, which JSON text must be\n"},
+        {{"set", "edit.json", "a", "caf\xe9"}, 2, "tarsel set: VALUE is not UTF-8 text, which JSON text must be\n"},
+        {{"set", "edit.json", "k\xff", "1"}, 2, "tarsel set: PATH is not UTF-8 text, which JSON text must be\n"},
+    };
+    for (const auto& c : cases) {
+        const Result result = Run(c.args);
+        EXPECT_EQ(result.status, c.status) << c.args[2];
+        EXPECT_EQ(result.err.substr(0, c.err.size()), c.err) << c.args[2];
+        EXPECT_EQ(ReadFile("edit.json"), original);
+    }
+    const std::string tailed = std::string("{\"a\":1}\n\0{\"b\":2}", 16);
+    WriteFile("tailed.json", tailed);
+    const Result result = Run({"set", "tailed.json", "a", "2"});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_EQ(result.err, "tarsel: tailed.json:2:1: a zero byte, which JSON text cannot hold\n");
+    EXPECT_EQ(ReadFile("tailed.json"), tailed);
+}
+
 // Two writers at once: each set holds a lock on the folder while it reads
 // and replaces the file, so no change is lost, and nothing is left behind.
 TEST_F(ToolTest, ConcurrentSetsOfOneFileLoseNothing) {

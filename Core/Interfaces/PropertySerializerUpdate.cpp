@@ -216,7 +216,7 @@ private:
 
     Placement RootPlacement() {
         const bool lines = m_text.find('\n') != std::string_view::npos;
-        return {lines, std::string(), Style().colon, Style().separator, &Style()};
+        return {lines, std::string(), Style().colon.value_or(lines ? ": " : ":"), Style().separator, &Style()};
     }
 
     // Makes the text value value load as node does.

@@ -26,6 +26,10 @@ enum ExitStatus {
 inline constexpr const char* kPointerHelp = "PATH is an RFC 6901 JSON pointer, so that a name may hold \"/\": "
                                             "/dependencies/@scope~1name";
 
+// The help of the --comments option of the commands that read JSON.
+inline constexpr const char* kCommentsHelp = "read FILE as JSON with comments and trailing commas (the default for "
+                                             "a .jsonc file); set keeps the comments";
+
 struct Command {
     const char* name;
     const char* summary;

@@ -105,7 +105,7 @@ boost::intrusive_ptr<IDataInput> OpenInput(const std::string& file) {
 
 namespace {
 
-std::shared_ptr<const std::string> ReadText(IDataInput& input) {
+std::shared_ptr<std::string> ReadText(IDataInput& input) {
     auto text = std::make_shared<std::string>(input.GetSize(), '\0');
     text->resize(input.Read(text->data(), text->size()));
     return text;
@@ -113,9 +113,19 @@ std::shared_ptr<const std::string> ReadText(IDataInput& input) {
 
 }  // namespace
 
-std::shared_ptr<const std::string> ReadDocumentText(const std::string& file) {
+namespace {
+
+[[noreturn]] void ThrowAt(const std::string& file, const std::string& text, std::size_t offset, const char* why) {
+    const TextPlace place = PlaceOf(text, offset);
+    throw ToolFailure(kFailed,
+                      DisplayName(file) + ":" + std::to_string(place.line) + ":" + std::to_string(place.column), why);
+}
+
+}  // namespace
+
+std::shared_ptr<std::string> ReadDocumentText(const std::string& file) {
     const boost::intrusive_ptr<IDataInput> input = OpenInput(file);
-    std::shared_ptr<const std::string> text;
+    std::shared_ptr<std::string> text;
     try {
         text = ReadText(*input);
     } catch (...) {
@@ -123,12 +133,18 @@ std::shared_ptr<const std::string> ReadDocumentText(const std::string& file) {
     }
     const std::size_t invalid = FirstInvalidUtf8(*text);
     if (invalid != std::string::npos) {
-        const TextPlace place = PlaceOf(*text, invalid);
-        throw ToolFailure(kFailed,
-                          DisplayName(file) + ":" + std::to_string(place.line) + ":" + std::to_string(place.column),
-                          "invalid UTF-8");
+        ThrowAt(file, *text, invalid, "invalid UTF-8");
+    }
+    const std::size_t zero = text->find('\0');
+    if (zero != std::string::npos) {
+        ThrowAt(file, *text, zero, "a zero byte, which JSON text cannot hold");
     }
     return text;
+}
+
+PropertySerializer::JsonSyntax SyntaxOf(const std::string& file, bool comments) {
+    const bool jsonc = file.size() >= 6 && file.compare(file.size() - 6, 6, ".jsonc") == 0;
+    return comments || jsonc ? PropertySerializer::JsonSyntax::WithComments : PropertySerializer::JsonSyntax::Strict;
 }
 
 Document LoadDocument(const std::string& file, bool wrap) {

@@ -5,6 +5,7 @@
 
 #include <Core/Interfaces/DataStream.h>
 #include <Core/Interfaces/Property.h>
+#include <Core/Interfaces/PropertySerializer.h>
 
 #include <boost/intrusive_ptr.hpp>
 
@@ -29,10 +30,16 @@ struct Document {
     Tarsel::Core::Property tree{"settings"};
 };
 
-// The text of file ("-": standard input), which must be UTF-8: a byte that
-// is not is reported as FILE:LINE:COLUMN "invalid UTF-8", whatever the
-// library would make of it. Failures are reported against file.
-std::shared_ptr<const std::string> ReadDocumentText(const std::string& file);
+// The text of file ("-": standard input), which must be UTF-8 and hold no
+// zero byte: a byte that is not UTF-8 is reported as FILE:LINE:COLUMN
+// "invalid UTF-8", a zero byte as "a zero byte, which JSON text cannot
+// hold", whatever the library would make of it (it reads a text up to its
+// first zero byte). Failures are reported against file.
+std::shared_ptr<std::string> ReadDocumentText(const std::string& file);
+
+// The syntax to read file in: JSON with comments for a ".jsonc" file or
+// when asked for, strict JSON otherwise.
+Tarsel::Core::PropertySerializer::JsonSyntax SyntaxOf(const std::string& file, bool comments);
 
 // Loads file ("-": standard input), the root unwrapped when wrap is set,
 // which requires a root of exactly one member. Failures are reported

@@ -1,15 +1,15 @@
 // `tarsel set`: changes one value of a user's JSON file. It edits the text
-// (JsonEdit.h), so that everything the user did not name stays byte for
-// byte; it replaces the file atomically, one writer at a time, and refuses
-// what a replacement would damage.
+// through the library's JsonText, so that everything the user did not name
+// stays byte for byte; it replaces the file atomically, one writer at a
+// time, and refuses what a replacement would damage.
 #include "Command.h"
 #include "Failure.h"
 #include "Input.h"
-#include "JsonEdit.h"
 #include "JsonText.h"
 #include "ValueText.h"
 
 #include <Core/Interfaces/DataStream.h>
+#include <Core/Interfaces/JsonText.h>
 #include <Core/Interfaces/PropertySerializer.h>
 
 #include <boost/filesystem/operations.hpp>
@@ -106,22 +106,56 @@ void RequireReplaceable(const std::string& file, const std::string& name) {
     }
 }
 
-// The JSON text of value: a scalar, doubles exactly.
-std::string ValueText(const Property& value) {
-    const auto output = MemoryDataOutput::Create();
-    PropertySerializer::Serialize(value, output, false, PropertySerializer::DoubleText::RoundTrip);
-    return output->GetData();
+// Where names lead in json: the edit that sets the value there to
+// valueText, or adds it. Throws ToolFailure naming document when the path
+// runs through a value that is not a container, or names an array element
+// that is neither there nor next.
+JsonText::Edit EditFor(const JsonText& json, const std::vector<std::string>& names, const std::string& valueText,
+                       const std::string& document) {
+    const JsonText::Reach reach = json.Follow(names);
+    if (reach.matched == names.size()) {
+        return json.Replace(reach.value, valueText);
+    }
+    const std::string where = reach.matched == 0 ? std::string("the document") : JoinedPath(names, reach.matched);
+    const std::string& next = names[reach.matched];
+    const std::vector<std::string> rest(names.begin() + static_cast<std::ptrdiff_t>(reach.matched), names.end());
+    switch (json.KindOf(reach.value)) {
+    case JsonText::Kind::Object:
+        return json.Append(reach.value, rest, valueText);
+    case JsonText::Kind::Array: {
+        const std::size_t count = json.Count(reach.value);
+        if (next != std::to_string(count)) {
+            const bool index = !next.empty() && next.find_first_not_of("0123456789") == std::string::npos &&
+                               (next.size() == 1 || next[0] != '0');
+            throw ToolFailure(kFailed, document,
+                              index ? where + " has " + std::to_string(count) + " elements: only an index up to " +
+                                          std::to_string(count) + " can be set"
+                                    : where + " is an array: '" + next + "' is not an index of it");
+        }
+        return json.Append(reach.value, {rest.begin() + 1, rest.end()}, valueText);
+    }
+    default:
+        break;
+    }
+    throw ToolFailure(kFailed, document,
+                      where + " is " + KindName(json.KindOf(reach.value)) +
+                          ", not an object: nothing can be set inside it");
 }
 
-// A change that would leave a file the library cannot load (the ratio key
-// given the string "1/0", say) is refused.
-void RequireLoads(const std::string& text, const std::string& name) {
+// The edited text must load as a settings file, and the path must lead to
+// the value written: what the library reads there is what was asked for.
+void RequireReadsBack(const std::string& text, PropertySerializer::JsonSyntax syntax,
+                      const std::vector<std::string>& names, const std::string& valueText, const std::string& name) {
     try {
-        Property tree("settings");
-        PropertySerializer::Deserialize(tree, MemoryDataInput::Create(text), false);
+        const JsonText json(text, syntax, JsonText::Rules::Settings);
+        const JsonText::Reach reach = json.Follow(names);
+        if (reach.matched == names.size() && json.Spelling(reach.value) == valueText) {
+            return;
+        }
     } catch (const std::exception& e) {
         throw ToolFailure(kFailed, name, "cannot set: the file would no longer load: " + LoadRefusalReason(e));
     }
+    throw ToolFailure(kFailed, name, "cannot set: the path would not read back as the value written; nothing written");
 }
 
 void Save(const std::string& file, const std::string& name, const std::string& text) {
@@ -145,17 +179,24 @@ int RunSet(const std::vector<std::string>& args) {
         "value", po::value<std::string>()->required()->value_name("VALUE"),
         "the new value (after -- when it starts with -)")(
         "type", po::value<std::string>()->default_value("")->value_name("TYPE"),
-        "bool, int, double, string or ratio; without it the type is inferred from VALUE")("pointer", po::bool_switch(),
-                                                                                          kPointerHelp);
+        "bool, int, double, string or ratio; without it the type is inferred from VALUE")(
+        "pointer", po::bool_switch(), kPointerHelp)("comments", po::bool_switch(), kCommentsHelp);
     po::positional_options_description positional;
     positional.add("file", 1).add("path", 1).add("value", 1);
-    const auto values = ParseOrExit(
-        args, "tarsel set FILE PATH VALUE [--type bool|int|double|string|ratio] [--pointer]", options, positional);
+    const auto values =
+        ParseOrExit(args, "tarsel set FILE PATH VALUE [--type bool|int|double|string|ratio] [--pointer] [--comments]",
+                    options, positional);
     const std::string file = values["file"].as<std::string>();
     if (file == "-") {
         throw UsageError("set saves FILE back, so FILE cannot be standard input");
     }
     const std::string& path = values["path"].as<std::string>();
+    const std::string& value = values["value"].as<std::string>();
+    for (const auto& [argument, text] : {std::pair{"PATH", &path}, std::pair{"VALUE", &value}}) {
+        if (FirstInvalidUtf8(*text) != std::string::npos || text->find('\0') != std::string::npos) {
+            throw UsageError(std::string(argument) + " is not UTF-8 text, which JSON text must be");
+        }
+    }
     const std::vector<std::string> names = values["pointer"].as<bool>() ? PointerSegments(path) : PathSegments(path);
     if (names.empty()) {
         throw UsageError("PATH names no member to set");
@@ -165,18 +206,27 @@ int RunSet(const std::vector<std::string>& args) {
             throw UsageError("a member name cannot be empty");
         }
     }
-    const std::string valueText =
-        ValueText(ValueFromText(values["value"].as<std::string>(), values["type"].as<std::string>()));
+    const std::string valueText = JsonValueText(value, values["type"].as<std::string>());
+    const PropertySerializer::JsonSyntax syntax = SyntaxOf(file, values["comments"].as<bool>());
 
     const std::string name = DisplayName(file);
     const FolderLock lock(file, name);
     RequireReplaceable(file, name);
-    // The file must load as it is before it is changed, and load after.
-    const Document document = LoadDocument(file, false);
-    const std::string& text = *document.text;
-    const std::string edited = SetValueInText(text, ParseJsonText(text), names, valueText, name);
-    RequireLoads(edited, name);
-    Save(file, name, edited);
+    // The file must load as it is before it is changed: its index is freed
+    // before the edit is made, so that a large file is never held twice.
+    const std::shared_ptr<std::string> text = ReadDocumentText(file);
+    JsonText::Edit edit;
+    try {
+        const JsonText json(*text, syntax, JsonText::Rules::Settings);
+        edit = EditFor(json, names, valueText, name);
+    } catch (const ToolFailure&) {
+        throw;
+    } catch (...) {
+        RethrowAbout(name, "", text);
+    }
+    JsonText::Apply(edit, *text);
+    RequireReadsBack(*text, syntax, names, valueText, name);
+    Save(file, name, *text);
     return kSuccess;
 }
 

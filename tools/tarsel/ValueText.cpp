@@ -3,6 +3,9 @@
 
 #include "Command.h"
 
+#include <Core/Interfaces/DataStream.h>
+#include <Core/Interfaces/PropertySerializer.h>
+
 #include <boost/rational.hpp>
 #include <boost/tokenizer.hpp>
 
@@ -62,6 +65,36 @@ bool IsDecimal(const std::string& text) {
     return position == text.size();
 }
 
+// A number as JSON spells one: -?(0|[1-9][0-9]*)(.[0-9]+)?([eE][+-]?[0-9]+)?
+bool IsJsonNumber(const std::string& text) {
+    std::size_t position = !text.empty() && text[0] == '-' ? 1 : 0;
+    if (position < text.size() && text[position] == '0') {
+        ++position;
+    } else if (!SkipDigits(text, &position)) {
+        return false;
+    }
+    if (position < text.size() && text[position] == '.') {
+        ++position;
+        if (!SkipDigits(text, &position)) {
+            return false;
+        }
+    }
+    if (position < text.size() && (text[position] == 'e' || text[position] == 'E')) {
+        ++position;
+        if (position < text.size() && (text[position] == '+' || text[position] == '-')) {
+            ++position;
+        }
+        if (!SkipDigits(text, &position)) {
+            return false;
+        }
+    }
+    return position == text.size();
+}
+
+bool IsJsonInteger(const std::string& text) {
+    return IsJsonNumber(text) && text.find_first_of(".eE") == std::string::npos;
+}
+
 std::optional<long long> IntegerFrom(const std::string& text) {
     if (!IsInteger(text)) {
         return std::nullopt;
@@ -106,28 +139,12 @@ std::optional<bool> BoolFrom(const std::string& text) {
     return std::nullopt;
 }
 
-Property Inferred(const std::string& text) {
-    if (const auto flag = BoolFrom(text)) {
-        return Property("", *flag);
-    }
-    if (const auto integer = IntegerFrom(text)) {
-        return Property("", *integer);
-    }
-    if (const auto number = DoubleFrom(text)) {
-        return Property("", *number);
-    }
-    if (const auto ratio = RatioFrom(text)) {
-        return Property("", *ratio);
-    }
-    return Property("", text);
-}
-
 template <class T>
-Property Required(const std::optional<T>& value, const std::string& text, const char* what) {
+T Required(const std::optional<T>& value, const std::string& text, const char* what) {
     if (!value) {
         throw UsageError("'" + text + "' is not " + what);
     }
-    return Property("", *value);
+    return *value;
 }
 
 }  // namespace
@@ -161,24 +178,64 @@ std::string TypeName(const Property& node) {
     return type < std::size(kNames) ? kNames[type] : "an unknown type";
 }
 
-Property ValueFromText(const std::string& text, const std::string& type) {
+std::string KindName(JsonText::Kind kind) {
+    static const char* const kNames[] = {"null",     "a boolean", "an integer", "a double",
+                                         "a string", "an object", "an array"};
+    return kNames[static_cast<std::size_t>(kind)];
+}
+
+std::string JsonStringText(const std::string& value) {
+    const auto output = MemoryDataOutput::Create();
+    PropertySerializer::Serialize(Property("", value), output, false);
+    return output->GetData();
+}
+
+namespace {
+
+// The shortest text that reads back as the same double, always with a point
+// or an exponent.
+std::string ShortestDoubleText(double value) {
+    const auto output = MemoryDataOutput::Create();
+    PropertySerializer::Serialize(Property("", value), output, false, PropertySerializer::DoubleText::RoundTrip);
+    return output->GetData();
+}
+
+std::string InferredJsonText(const std::string& text) {
+    if (text == "true" || text == "false" || text == "null") {
+        return text;
+    }
+    // A double beyond the doubles would no longer load: it is text.
+    if (IsJsonInteger(text) || (IsJsonNumber(text) && DoubleFrom(text))) {
+        return text;
+    }
+    RatioFrom(text);  // refuses a ratio with a zero denominator
+    return JsonStringText(text);
+}
+
+}  // namespace
+
+std::string JsonValueText(const std::string& text, const std::string& type) {
     if (type.empty()) {
-        return Inferred(text);
+        return InferredJsonText(text);
     }
     if (type == "bool") {
-        return Required(BoolFrom(text), text, "true or false");
+        Required(BoolFrom(text), text, "true or false");
+        return text;
     }
     if (type == "int") {
-        return Required(IntegerFrom(text), text, "an integer within 64 bits");
+        const long long value = Required(IntegerFrom(text), text, "an integer within 64 bits");
+        return IsJsonInteger(text) ? text : std::to_string(value);
     }
     if (type == "double") {
-        return Required(DoubleFrom(text), text, "a finite decimal number");
+        const double value = Required(DoubleFrom(text), text, "a finite decimal number");
+        return IsJsonNumber(text) && !IsJsonInteger(text) ? text : ShortestDoubleText(value);
     }
     if (type == "ratio") {
-        return Required(RatioFrom(text), text, "a ratio n/d of two non-negative integers");
+        Required(RatioFrom(text), text, "a ratio n/d of two non-negative integers");
+        return JsonStringText(text);
     }
     if (type == "string") {
-        return Property("", text);
+        return JsonStringText(text);
     }
     throw UsageError("unknown type '" + type + "': use bool, int, double, string or ratio");
 }

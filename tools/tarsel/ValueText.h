@@ -2,6 +2,7 @@
 // value, the value that a text stands for, and the two spellings of a path.
 #pragma once
 
+#include <Core/Interfaces/JsonText.h>
 #include <Core/Interfaces/Property.h>
 
 #include <string>
@@ -18,13 +19,23 @@ std::string ExactValueText(const Tarsel::Core::Property& node);
 
 // The name of a node's type for a user: "a boolean", "an integer", ...
 std::string TypeName(const Tarsel::Core::Property& node);
+// The name of a JSON value's kind for a user: "null", "a boolean", "an
+// integer", "a double", "a string", "an object", "an array".
+std::string KindName(Tarsel::Core::JsonText::Kind kind);
 
-// The value that text stands for, of type "bool", "int", "double", "string"
-// or "ratio"; an empty type infers it: true or false is a boolean, an integer
-// within 64 bits an integer, any other decimal or exponent number a double,
-// digits/digits a ratio, anything else a string. Throws UsageError when text
-// is not of the requested type, or is a ratio with a zero denominator.
-Tarsel::Core::Property ValueFromText(const std::string& text, const std::string& type);
+// The JSON text that `set` writes for VALUE text of type "bool", "int",
+// "double", "string" or "ratio"; an empty type infers it: true or false is a
+// boolean, null is null, a JSON number of any size its own digits, digits/
+// digits a ratio (written as typed, as a string: "12/24"), anything else a
+// string (007 and +5 too: JSON has no such numbers). A typed number is
+// written as given where it is already a JSON number of its type, else in
+// its shortest text ("int" 007 is 7, "double" 3 is 3.0). Throws UsageError
+// when text is not of the requested type, or is a ratio with a zero
+// denominator.
+std::string JsonValueText(const std::string& text, const std::string& type);
+
+// A string as JSON text: quoted, with the library's escaping.
+std::string JsonStringText(const std::string& value);
 
 // The names along a path: "/"-separated, empty segments dropped as the
 // library's paths do ("/a//b/" is a then b).

@@ -125,7 +125,7 @@ DocumentStyle StyleOf(const TextIndex& index) {
             }
         }
     }
-    if (!separatorFound && style.colon.size() > 1) {
+    if (!separatorFound && style.colon && style.colon->size() > 1) {
         style.separator = " ";  // spaced after colons, so after commas
     }
     return style;
@@ -272,7 +272,7 @@ const Placement& ContainerEdit::ChildPlacement() const {
         return *m_placement;
     }
     const std::string_view text = m_index.Text();
-    Placement placement{false, std::string(), m_style.colon, m_style.separator, &m_style};
+    Placement placement{false, std::string(), m_style.colon.value_or(":"), m_style.separator, &m_style};
     const std::size_t open = m_index.Begin(m_container);
     const std::size_t close = m_index.End(m_container) - 1;
     bool indentFound = false;
@@ -305,9 +305,11 @@ const Placement& ContainerEdit::ChildPlacement() const {
         }
         previous = child;
     }
-    (void)colonFound;
     if (m_children.empty() && text.substr(open, close - open).find('\n') != std::string_view::npos) {
         placement.multiLine = true;
+    }
+    if (!colonFound && !m_style.colon && placement.multiLine) {
+        placement.colon = ": ";
     }
     if (placement.multiLine && !indentFound) {
         // One level in from the closing bracket, or from the line the
@@ -427,11 +429,15 @@ void ContainerEdit::Finish(std::vector<Splice>& out) const {
     // New children at the end, after the last child that stays.
     if (!atEnd.empty()) {
         const Slot& last = slots[lastKept];
-        const bool ownLines = last.OwnsLines();
+        // After a child whose line ends with it (a comment there, say), on
+        // lines of their own.
+        const bool ownLines = last.reachesLineEnd;
+        const std::string indent =
+            placement.multiLine ? placement.indent : IndentationAt(text, last.start) + m_style.indentUnit;
         std::string added;
         for (std::size_t i = 0; i < atEnd.size(); ++i) {
             const bool comma = i + 1 < atEnd.size() || trailing;
-            added += ownLines ? placement.indent + NewChildText(atEnd[i]) + (comma ? "," : "") + m_style.lineEnd
+            added += ownLines ? indent + NewChildText(atEnd[i]) + (comma ? "," : "") + m_style.lineEnd
                               : placement.separator + NewChildText(atEnd[i]) + (comma ? "," : "");
         }
         const std::size_t at = ownLines           ? PastLineEnd(text, last.tailEnd)

@@ -36,7 +36,9 @@ std::string AppliedWithin(std::string_view text, std::size_t begin, std::size_t 
 // between a key and its value, between two children on one line, one level
 // of indentation, and a line end.
 struct DocumentStyle {
-    std::string colon = ":";
+    // In a document without members, ":" on one line and ": " across lines,
+    // as JSON is usually written.
+    std::optional<std::string> colon;
     std::string separator;  // after the comma
     std::string indentUnit = "  ";
     std::string lineEnd = "\n";
