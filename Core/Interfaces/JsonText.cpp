@@ -15,11 +15,10 @@
 namespace Tarsel::Core {
 
 struct JsonText::Impl {
-    Impl(std::string source, PropertySerializer::JsonSyntax syntax, Rules rules)
-        : text(std::move(source)), index(text, syntax, rules, TARSEL_THROW_SITE(Signatures::JsonTextConstructor)) {}
+    Impl(const std::string& text, PropertySerializer::JsonSyntax syntax, Rules rules)
+        : index(text, syntax, rules, TARSEL_THROW_SITE(Signatures::JsonTextConstructor)) {}
 
-    std::string text;
-    Json::TextIndex index;  // over text, which stays where it is
+    Json::TextIndex index;
 };
 
 namespace {

@@ -14,6 +14,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -89,11 +90,34 @@ private:
         std::uint32_t extent;       // entries in the subtree, itself included
     };
 
+    // The entries in blocks of a fixed size: growing never copies the
+    // entries made so far, so that building the index of a large text never
+    // holds it twice, as a vector's doubling would.
+    class Entries {
+    public:
+        Entry& operator[](Value value) noexcept { return m_blocks[value >> kShift][value & kMask]; }
+        const Entry& operator[](Value value) const noexcept { return m_blocks[value >> kShift][value & kMask]; }
+        std::size_t size() const noexcept { return m_size; }
+        void push_back(const Entry& entry) {
+            if ((m_size & kMask) == 0) {
+                m_blocks.push_back(std::make_unique<Entry[]>(kMask + 1));
+            }
+            m_blocks.back()[m_size & kMask] = entry;
+            ++m_size;
+        }
+
+    private:
+        static constexpr unsigned kShift = 14;
+        static constexpr Value kMask = (Value{1} << kShift) - 1;
+        std::vector<std::unique_ptr<Entry[]>> m_blocks;
+        std::size_t m_size = 0;
+    };
+
     friend class IndexBuilder;
 
     const std::string* m_text;
     bool m_comments;
-    std::vector<Entry> m_entries;
+    Entries m_entries;
 };
 
 // Scanning the text of a valid JSON document, from a token's first byte.
