@@ -24,8 +24,14 @@ using Syntax = PropertySerializer::JsonSyntax;
 
 namespace {
 
+// The texts the JsonTexts of the tests read, kept while the tests run.
+const std::string& Kept(const std::string& text) {
+    static std::list<std::string> texts;
+    return texts.emplace_back(text);
+}
+
 JsonText Parse(const std::string& text, JsonText::Rules rules = JsonText::Rules::Json, Syntax syntax = Syntax::Strict) {
-    return JsonText(text, syntax, rules);
+    return JsonText(Kept(text), syntax, rules);
 }
 
 // Every value in document order as "kind:spelling", a member's key before it.

@@ -141,23 +141,22 @@ std::vector<TargetChild> TargetChildren(const Property& container) {
     const Property::ChildListType& children = Access::Children(container);
     std::vector<TargetChild> targets;
     targets.reserve(children.size());
+    // Keys nearly never repeat: a key whose fingerprint bit is new is
+    // certainly new, and only the others are looked for.
+    NameFingerprint fingerprint;
+    bool repeats = false;
     for (const Property& child : children) {
-        targets.push_back({KeyOf(child), &child, false});
-    }
-    // Few containers repeat a key; most are small, and a table is made only
-    // for the others.
-    if (targets.size() <= 16) {
-        std::vector<TargetChild> distinct;
-        for (const TargetChild& target : targets) {
-            auto same = std::find_if(distinct.begin(), distinct.end(),
-                                     [&](const TargetChild& seen) { return seen.key == target.key; });
-            if (same == distinct.end()) {
-                distinct.push_back(target);
-            } else {
-                same->repeated = true;
-            }
+        const std::string_view key = KeyOf(child);
+        // Among many keys, the table below decides.
+        if (fingerprint.Add(key) && !repeats) {
+            repeats =
+                targets.size() > 16 || std::any_of(targets.begin(), targets.end(),
+                                                   [key](const TargetChild& target) { return target.key == key; });
         }
-        return distinct;
+        targets.push_back({key, &child, false});
+    }
+    if (!repeats) {
+        return targets;
     }
     std::unordered_map<std::string_view, std::size_t> position;
     std::vector<TargetChild> distinct;
@@ -181,7 +180,7 @@ bool IsIndexName(std::string_view key, std::size_t index) {
 class Updater {
 public:
     Updater(const TextIndex& index, PropertySerializer::DoubleText doubleText)
-        : m_index(index), m_text(index.Text()), m_doubleText(doubleText) {}
+        : m_index(index), m_text(index.Text()), m_doubleText(doubleText), m_style(StyleOf(index)) {}
 
     void Root(const Property& property, bool wrapRoot, std::vector<Splice>& out) {
         const TextIndex::Value root = 0;
@@ -191,8 +190,7 @@ public:
             if (m_index.KindOf(root) == JsonText::Kind::Object && m_index.Count(root) > 0 &&
                 m_index.KeyIs(TextIndex::FirstChild(root), key)) {
                 const TextIndex::Value member = m_index.Member(root, key);
-                const Placement inner = ContainerEdit(m_index, Style(), root).ChildPlacement();
-                Value(member, property, false, IsRatioKey(key), PlacementOf(inner), out);
+                Value(member, property, false, IsRatioKey(key), At(root, member), out);
                 return;
             }
             const std::vector<NewChild> wrapped{{JsonStringText(key), Writer(property, false)}};
@@ -207,16 +205,13 @@ public:
     }
 
 private:
-    const DocumentStyle& Style() {
-        if (!m_style) {
-            m_style = StyleOf(m_index);
-        }
-        return *m_style;
+    Placement RootPlacement() const {
+        const bool lines = m_text.find('\n') != std::string_view::npos;
+        return {lines, std::string(), m_style.colon.value_or(lines ? ": " : ":"), m_style.separator, &m_style};
     }
 
-    Placement RootPlacement() {
-        const bool lines = m_text.find('\n') != std::string_view::npos;
-        return {lines, std::string(), Style().colon.value_or(lines ? ": " : ":"), Style().separator, &Style()};
+    PlacementOf At(TextIndex::Value container, TextIndex::Value child) const {
+        return PlacementOf(m_index, m_style, container, child);
     }
 
     // Makes the text value value load as node does.
@@ -229,7 +224,7 @@ private:
             Container(value, node, where, out);
             return;
         }
-        if (TextMeaning(value, ratioKey) == TargetMeaning(node, repeated, ratioKey)) {
+        if (LoadsAs(value, node, repeated, ratioKey)) {
             return;
         }
         const std::string fresh =
@@ -237,59 +232,94 @@ private:
         out.push_back({m_index.Begin(value), m_index.End(value), fresh});
     }
 
-    // Makes the text container value hold node's children.
+    // Makes the text container value hold node's children. The common case,
+    // the same names in the same order, is walked without a plan.
     void Container(TextIndex::Value value, const Property& node, const PlacementOf& where, std::vector<Splice>& out) {
-        const std::vector<TargetChild> targets = TargetChildren(node);
+        const Property::ChildListType& children = Access::Children(node);
         if (m_index.KindOf(value) == JsonText::Kind::Array) {
-            Array(value, targets, where, out);
+            std::size_t index = 0;
+            for (const Property& child : children) {
+                if (!IsIndexName(KeyOf(child), index++)) {
+                    Rewrite(value, TargetChildren(node), where, out);
+                    return;
+                }
+            }
+            Array(value, children, out);
+        } else if (!SameNamesInOrder(value, children)) {
+            Object(value, TargetChildren(node), where, out);
+            return;
         } else {
-            Object(value, targets, where, out);
+            auto child = children.begin();
+            for (TextIndex::Value member = TextIndex::FirstChild(value); member != m_index.SubtreeEnd(value);
+                 member = m_index.NextSibling(member), ++child) {
+                Value(member, *child, false, IsRatioKey(KeyOf(*child)), At(value, member), out);
+            }
         }
     }
 
+    // Whether the object's members have children's names, in their order,
+    // each once.
+    bool SameNamesInOrder(TextIndex::Value object, const Property::ChildListType& children) const {
+        NameFingerprint fingerprint;
+        TextIndex::Value member = TextIndex::FirstChild(object);
+        std::size_t count = 0;
+        for (auto child = children.begin(); child != children.end(); ++child, ++count) {
+            if (member == m_index.SubtreeEnd(object)) {
+                return false;
+            }
+            const std::string_view key = KeyOf(*child);
+            if (!m_index.KeyIs(member, key)) {
+                return false;
+            }
+            // A name seen before is certainly not, when its fingerprint bit
+            // is new; among many names, the plan decides.
+            if (fingerprint.Add(key) && (count > 16 || std::any_of(children.begin(), child, [key](const Property& p) {
+                                             return KeyOf(p) == key;
+                                         }))) {
+                return false;
+            }
+            member = m_index.NextSibling(member);
+        }
+        return member == m_index.SubtreeEnd(object);
+    }
+
     // An array stays one while the children are "0", "1", ... in order, as
-    // an array loads.
-    void Array(TextIndex::Value array, const std::vector<TargetChild>& targets, const PlacementOf& where,
-               std::vector<Splice>& out) {
-        for (std::size_t i = 0; i < targets.size(); ++i) {
-            if (!IsIndexName(targets[i].key, i)) {
-                Rewrite(array, targets, where, out);
-                return;
-            }
-        }
-        ContainerEdit edit(m_index, Style(), array);
-        const std::vector<TextIndex::Value>& elements = edit.Children();
-        for (std::size_t i = 0; i < elements.size() || i < targets.size(); ++i) {
-            if (i >= targets.size()) {
-                edit.Remove(i);
-            } else if (i >= elements.size()) {
-                edit.Insert(elements.size(), {std::string(), Writer(*targets[i].node, false)});
+    // an array loads: elements are changed, removed from the end or
+    // appended.
+    void Array(TextIndex::Value array, const Property::ChildListType& children, std::vector<Splice>& out) {
+        std::optional<ContainerEdit> edit;
+        std::size_t index = 0;
+        TextIndex::Value element = TextIndex::FirstChild(array);
+        auto child = children.begin();
+        for (; element != m_index.SubtreeEnd(array) || child != children.end(); ++index) {
+            if (child == children.end()) {
+                Plan(edit, array).Remove(index);
+                element = m_index.NextSibling(element);
+            } else if (element == m_index.SubtreeEnd(array)) {
+                Plan(edit, array).Insert(Plan(edit, array).Children().size(), {std::string(), Writer(*child, false)});
+                ++child;
             } else {
-                Value(elements[i], *targets[i].node, false, false, PlacementOf(edit, i), out);
+                Value(element, *child, false, false, At(array, element), out);
+                element = m_index.NextSibling(element);
+                ++child;
             }
         }
-        if (elements.size() != targets.size()) {
-            edit.Finish(out);
+        if (edit) {
+            edit->Finish(out);
         }
+    }
+
+    ContainerEdit& Plan(std::optional<ContainerEdit>& edit, TextIndex::Value container) const {
+        if (!edit) {
+            edit.emplace(m_index, m_style, container);
+        }
+        return *edit;
     }
 
     void Object(TextIndex::Value object, const std::vector<TargetChild>& targets, const PlacementOf& where,
                 std::vector<Splice>& out) {
-        ContainerEdit edit(m_index, Style(), object);
+        ContainerEdit edit(m_index, m_style, object);
         const std::vector<TextIndex::Value>& members = edit.Children();
-        // The common case: the same keys in the same order, none repeated.
-        if (members.size() == targets.size()) {
-            bool same = true;
-            for (std::size_t i = 0; i < members.size() && same; ++i) {
-                same = !targets[i].repeated && m_index.KeyIs(members[i], targets[i].key);
-            }
-            if (same) {
-                for (std::size_t i = 0; i < members.size(); ++i) {
-                    Value(members[i], *targets[i].node, false, IsRatioKey(targets[i].key), PlacementOf(edit, i), out);
-                }
-                return;
-            }
-        }
         // Each key of the text: where it first stands, and its last member,
         // the one a load keeps.
         struct TextKey {
@@ -333,7 +363,7 @@ private:
             }
             InsertAll(edit, found->second.first, pending);
             const std::size_t last = found->second.last;
-            Value(members[last], *target.node, target.repeated, IsRatioKey(target.key), PlacementOf(edit, last), out);
+            Value(members[last], *target.node, target.repeated, IsRatioKey(target.key), At(object, members[last]), out);
         }
         InsertAll(edit, members.size(), pending);
         edit.Finish(out);
@@ -353,7 +383,7 @@ private:
     // key's bytes and its value's, changes included.
     void Rewrite(TextIndex::Value container, const std::vector<TargetChild>& targets, const PlacementOf& where,
                  std::vector<Splice>& out) {
-        const ContainerEdit edit(m_index, Style(), container);
+        const ContainerEdit edit(m_index, m_style, container);
         const Placement inner = edit.ChildPlacement();
         std::vector<NewChild> children;
         const bool object = m_index.KindOf(container) == JsonText::Kind::Object;
@@ -374,6 +404,32 @@ private:
         const std::string closeIndent = placement.multiLine ? placement.indent : std::string();
         out.push_back(
             {m_index.Begin(container), m_index.End(container), ContainerText(children, false, inner, closeIndent)});
+    }
+
+    // Whether value loads as node does after a plain save. The common
+    // scalars are compared where they stand, without a copy of either.
+    bool LoadsAs(TextIndex::Value value, const Property& node, bool repeated, bool ratioKey) const {
+        const JsonText::Kind kind = m_index.KindOf(value);
+        if (!repeated) {
+            switch (node.GetType()) {
+            case TypeString:
+                if (!ratioKey) {
+                    return kind == JsonText::Kind::String && m_index.StringIs(value, Access::String(node));
+                }
+                break;
+            case TypeInt64:
+            case TypeDouble:
+                if (kind != JsonText::Kind::Integer && kind != JsonText::Kind::Double) {
+                    return false;
+                }
+                break;
+            case TypeBool:
+                return kind == JsonText::Kind::Boolean && (m_text[m_index.Begin(value)] == 't') == Access::Bool(node);
+            default:
+                break;
+            }
+        }
+        return TextMeaning(value, ratioKey) == TargetMeaning(node, repeated, ratioKey);
     }
 
     Meaning TextMeaning(TextIndex::Value value, bool ratioKey) const {
@@ -441,7 +497,7 @@ private:
     const TextIndex& m_index;
     const std::string_view m_text;
     const PropertySerializer::DoubleText m_doubleText;
-    std::optional<DocumentStyle> m_style;
+    const DocumentStyle m_style;
 };
 
 // Whether text, up to its first zero byte, is only white space and, where

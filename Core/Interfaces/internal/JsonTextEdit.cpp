@@ -219,15 +219,24 @@ ContainerEdit::ContainerEdit(const TextIndex& index, const DocumentStyle& style,
          child = index.NextSibling(child)) {
         m_children.push_back(child);
     }
-    m_removed.assign(m_children.size(), false);
-    m_inserted.resize(m_children.size() + 1);
+}
+
+// Most containers are compared and left as they are: the plan is made only
+// for those that change.
+void ContainerEdit::MakePlan() {
+    if (m_removed.empty()) {
+        m_removed.assign(m_children.size(), false);
+        m_inserted.resize(m_children.size() + 1);
+    }
 }
 
 void ContainerEdit::Remove(std::size_t child) {
+    MakePlan();
     m_removed[child] = true;
 }
 
 void ContainerEdit::Insert(std::size_t child, NewChild added) {
+    MakePlan();
     m_inserted[child].push_back(std::move(added));
 }
 
@@ -323,9 +332,9 @@ const Placement& ContainerEdit::ChildPlacement() const {
     return *m_placement;
 }
 
-Placement ContainerEdit::ValuePlacement(std::size_t child) const {
+Placement ContainerEdit::ValuePlacement(TextIndex::Value child) const {
     Placement placement = ChildPlacement();
-    placement.indent = IndentationAt(m_index.Text(), m_index.Start(m_children[child]));
+    placement.indent = IndentationAt(m_index.Text(), m_index.Start(child));
     return placement;
 }
 
@@ -335,6 +344,9 @@ std::string ContainerEdit::NewChildText(const NewChild& child) const {
 }
 
 void ContainerEdit::Finish(std::vector<Splice>& out) const {
+    if (m_inserted.empty()) {
+        return;  // nothing planned
+    }
     const std::string_view text = m_index.Text();
     const std::size_t count = m_children.size();
     std::vector<Slot> slots;

@@ -90,13 +90,14 @@ public:
 
     // How a new child of this container is placed; measured once.
     const Placement& ChildPlacement() const;
-    // How a value that replaces the child at child is placed.
-    Placement ValuePlacement(std::size_t child) const;
+    // How a value that replaces the value of child is placed.
+    Placement ValuePlacement(TextIndex::Value child) const;
 
     void Finish(std::vector<Splice>& out) const;
 
 private:
     struct Slot;
+    void MakePlan();
     std::string NewChildText(const NewChild& child) const;
     void FinishWithoutChildren(std::vector<Splice>& out) const;
 
@@ -105,6 +106,7 @@ private:
     TextIndex::Value m_container;
     bool m_array;
     std::vector<TextIndex::Value> m_children;
+    // Made by the first Remove or Insert.
     std::vector<bool> m_removed;
     std::vector<std::vector<NewChild>> m_inserted;  // before each child, and at the end
     mutable std::optional<Placement> m_placement;
@@ -115,13 +117,19 @@ private:
 class PlacementOf {
 public:
     explicit PlacementOf(const Placement& placement) : m_fixed(&placement) {}
-    PlacementOf(const ContainerEdit& parent, std::size_t child) : m_parent(&parent), m_child(child) {}
-    Placement Get() const { return m_fixed != nullptr ? *m_fixed : m_parent->ValuePlacement(m_child); }
+    // The child of container in index's text.
+    PlacementOf(const TextIndex& index, const DocumentStyle& style, TextIndex::Value container, TextIndex::Value child)
+        : m_index(&index), m_style(&style), m_container(container), m_child(child) {}
+    Placement Get() const {
+        return m_fixed != nullptr ? *m_fixed : ContainerEdit(*m_index, *m_style, m_container).ValuePlacement(m_child);
+    }
 
 private:
     const Placement* m_fixed = nullptr;
-    const ContainerEdit* m_parent = nullptr;
-    std::size_t m_child = 0;
+    const TextIndex* m_index = nullptr;
+    const DocumentStyle* m_style = nullptr;
+    TextIndex::Value m_container = 0;
+    TextIndex::Value m_child = 0;
 };
 
 // The JSON string of text, with the serializer's escaping.

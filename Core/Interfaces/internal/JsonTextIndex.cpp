@@ -8,9 +8,11 @@
 #include <Core/Interfaces/internal/RatioParse.h>
 #include <Core/Interfaces/internal/SerializerAccess.h>
 
+#include <algorithm>
 #include <charconv>
 #include <exception>
 #include <limits>
+#include <optional>
 #include <stdexcept>
 
 namespace Tarsel::Core::Json {
@@ -266,22 +268,44 @@ std::string TextIndex::Key(Value member) const {
     return key;
 }
 
-bool TextIndex::KeyIs(Value member, std::string_view name) const {
-    const std::size_t quote = Start(member);
-    const std::string_view text = Text();
-    // The common case: a key without escapes is its own text.
-    if (text.size() - quote > name.size() + 1 && text.compare(quote + 1, name.size(), name) == 0 &&
-        text[quote + 1 + name.size()] == '"') {
+namespace {
+
+// Whether the string at quote in text is text's own bytes: true and false
+// are certain, an escape in it leaves it undecided (nullopt).
+std::optional<bool> PlainStringIs(std::string_view text, std::size_t quote, std::string_view bytes) {
+    // The common case: a string without escapes is its own text. Bytes that
+    // only an escape can spell are decided by decoding.
+    const bool spellable = std::none_of(bytes.begin(), bytes.end(), [](char c) {
+        return c == '"' || c == '\\' || static_cast<unsigned char>(c) < 0x20;
+    });
+    if (!spellable) {
+        return std::nullopt;
+    }
+    if (text.size() - quote > bytes.size() + 1 && text.compare(quote + 1, bytes.size(), bytes) == 0 &&
+        text[quote + 1 + bytes.size()] == '"') {
         return true;
     }
-    if (text.substr(quote + 1, KeyEnd(member) - quote - 2).find('\\') == std::string_view::npos) {
+    const std::size_t end = StringEnd(text, quote);
+    if (text.substr(quote + 1, end - quote - 2).find('\\') == std::string_view::npos) {
         return false;
     }
-    return Key(member) == name;
+    return std::nullopt;
+}
+
+}  // namespace
+
+bool TextIndex::KeyIs(Value member, std::string_view name) const {
+    const std::optional<bool> plain = PlainStringIs(Text(), Start(member), name);
+    return plain ? *plain : Key(member) == name;
 }
 
 std::string TextIndex::StringValue(Value string) const {
     return DecodeString(Text(), Begin(string));
+}
+
+bool TextIndex::StringIs(Value string, std::string_view bytes) const {
+    const std::optional<bool> plain = PlainStringIs(Text(), Begin(string), bytes);
+    return plain ? *plain : StringValue(string) == bytes;
 }
 
 TextIndex::Value TextIndex::Member(Value object, std::string_view name) const {
@@ -390,7 +414,7 @@ std::string DecodeString(std::string_view text, std::size_t quote) {
     std::string out;
     out.reserve(end - quote - 1);
     for (std::size_t i = quote + 1; i < end;) {
-        const std::size_t escape = text.find('\\', i);
+        const std::size_t escape = text.substr(0, end).find('\\', i);
         const std::size_t plain = std::min(escape, end);
         out.append(text.data() + i, plain - i);
         if (plain == end) {

@@ -67,6 +67,9 @@ public:
     // holds no escape.
     bool KeyIs(Value member, std::string_view name) const;
     std::string StringValue(Value string) const;
+    // Whether the string value decodes to text; cheaper than StringValue
+    // where it holds no escape.
+    bool StringIs(Value string, std::string_view text) const;
 
     // The member of object a load keeps under name (the last); kNone if none.
     Value Member(Value object, std::string_view name) const;
