@@ -3,6 +3,7 @@
 #include <Core/Interfaces/PropertySerializer.h>
 
 #include "support/CatchAs.h"
+#include "support/EditedText.h"
 #include "support/TempFolder.h"
 
 #include <boost/exception/get_error_info.hpp>
@@ -262,4 +263,14 @@ TEST_F(UpdateFile, ChangesTheFileOrWritesANewOneButNeverOverwritesWhatItCannotRe
     EXPECT_THROW(
         PropertySerializer::UpdateFile(tree, At("missing/settings.json"), false, DoubleText::RoundTrip, Syntax::Strict),
         boost::filesystem::filesystem_error);
+}
+
+// Hand-written texts and changes made at random (tests/support/EditedText.h,
+// the oracle UpdateTextFuzz runs too), from fixed seeds.
+TEST(UpdateText, RandomTextsAndChangesKeepEveryPromise) {
+    for (std::uint64_t seed = 1; seed <= 3000; ++seed) {
+        TarselTest::Choices choices(seed);
+        const std::string failure = TarselTest::CheckUpdate(choices);
+        ASSERT_EQ(failure, "") << "seed " << seed;
+    }
 }

@@ -385,19 +385,32 @@ private:
                  std::vector<Splice>& out) {
         const ContainerEdit edit(m_index, m_style, container);
         const Placement inner = edit.ChildPlacement();
-        std::vector<NewChild> children;
+        // What the text holds under each name: a member (the last of its
+        // name), or an element under its index.
         const bool object = m_index.KindOf(container) == JsonText::Kind::Object;
+        std::vector<std::string> names;
+        names.reserve(edit.Children().size());
+        std::unordered_map<std::string_view, TextIndex::Value> held;
+        for (const TextIndex::Value child : edit.Children()) {
+            names.push_back(object ? m_index.Key(child) : std::to_string(names.size()));
+        }
+        for (std::size_t i = 0; i < names.size(); ++i) {
+            held[names[i]] = edit.Children()[i];
+        }
+        std::vector<NewChild> children;
         for (const TargetChild& target : targets) {
-            const TextIndex::Value member = object ? m_index.Member(container, target.key) : TextIndex::kNone;
-            if (member == TextIndex::kNone) {
+            const auto found = held.find(target.key);
+            if (found == held.end()) {
                 children.push_back({JsonStringText(target.key), Writer(*target.node, target.repeated)});
                 continue;
             }
+            const TextIndex::Value child = found->second;
             std::vector<Splice> changes;
-            Value(member, *target.node, target.repeated, IsRatioKey(target.key), PlacementOf(inner), changes);
-            const std::size_t keyStart = m_index.Start(member);
-            std::string keyText(m_text.substr(keyStart, m_index.KeyEnd(member) - keyStart));
-            std::string valueText = AppliedWithin(m_text, m_index.Begin(member), m_index.End(member), changes);
+            Value(child, *target.node, target.repeated, IsRatioKey(target.key), PlacementOf(inner), changes);
+            const std::size_t keyStart = m_index.Start(child);
+            std::string keyText = object ? std::string(m_text.substr(keyStart, m_index.KeyEnd(child) - keyStart))
+                                         : JsonStringText(target.key);
+            std::string valueText = AppliedWithin(m_text, m_index.Begin(child), m_index.End(child), changes);
             children.push_back({std::move(keyText), [valueText](const Placement&) { return valueText; }});
         }
         const Placement placement = where.Get();

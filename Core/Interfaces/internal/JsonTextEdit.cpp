@@ -41,6 +41,23 @@ std::size_t StartOfOwnLine(std::string_view text, std::size_t offset) {
     return at == 0 || text[at - 1] == '\n' ? at : kNowhere;
 }
 
+// The same, where /* */ comments may stand before offset on its line too:
+// they go with what follows them there.
+std::size_t StartOfLineAfterComments(std::string_view text, std::size_t offset) {
+    const std::size_t lineEnd = offset == 0 ? std::string_view::npos : text.rfind('\n', offset - 1);
+    const std::size_t lineStart = lineEnd == std::string_view::npos ? 0 : lineEnd + 1;
+    for (std::size_t at = lineStart; at < offset;) {
+        if (IsBlank(text[at])) {
+            ++at;
+        } else if (text.compare(at, 2, "/*") == 0 && text.find("*/", at + 2) + 2 <= offset) {
+            at = text.find("*/", at + 2) + 2;
+        } else {
+            return kNowhere;
+        }
+    }
+    return lineStart;
+}
+
 }  // namespace
 
 std::string Applied(std::string_view text, std::vector<Splice> splices) {
@@ -360,7 +377,7 @@ void ContainerEdit::Finish(std::vector<Splice>& out) const {
         const auto [tailEnd, lineEnds] = TailOf(m_index, slot.comma != kNowhere ? slot.comma + 1 : slot.valueEnd);
         slot.tailEnd = tailEnd;
         slot.reachesLineEnd = lineEnds;
-        slot.lineStart = StartOfOwnLine(text, slot.start);
+        slot.lineStart = StartOfLineAfterComments(text, slot.start);
         slots.push_back(slot);
     }
     std::size_t lastKept = kNowhere;
@@ -388,6 +405,10 @@ void ContainerEdit::Finish(std::vector<Splice>& out) const {
             deletions.push_back({slot.lineStart, PastLineEnd(text, slot.tailEnd), {}});
         } else if (i + 1 < count) {
             deletions.push_back({slot.start, slots[i + 1].start, {}});
+        } else if (slots[lastKept].reachesLineEnd) {
+            // The lines after the last one that stays, which keeps its own.
+            const std::size_t end = slot.reachesLineEnd ? PastLineEnd(text, slot.tailEnd) : slot.tailEnd;
+            deletions.push_back({PastLineEnd(text, slots[lastKept].tailEnd), end, {}});
         } else {
             deletions.push_back({slots[lastKept].valueEnd, slot.tailEnd, {}});
         }
