@@ -240,6 +240,51 @@ private:
     rapidjson::Document& m_dom;
 };
 
+}  // namespace
+
+// The reader's own number scanner refuses some numbers that a double holds
+// (0e400, 1 and 309 zeros then e-309) on guards of its arithmetic; the
+// grammar does not, and neither does the loader. The DOM's reader takes each
+// number's text by the grammar alone, written here once more.
+template <>
+template <>
+void rapidjson::GenericReader<rapidjson::UTF8<char>, rapidjson::UTF8<char>, rapidjson::CrtAllocator>::ParseNumber<
+    rapidjson::kParseIterativeFlag | rapidjson::kParseNumbersAsStringsFlag, rapidjson::StringStream, ExactNumbers>(
+    rapidjson::StringStream& is, ExactNumbers& handler) {
+    const auto digits = [&](const char* p) {
+        while (*p >= '0' && *p <= '9') {
+            ++p;
+        }
+        return p;
+    };
+    const char* const start = is.src_;
+    const char* p = start + (*start == '-' ? 1 : 0);
+    const char* end = *p == '0' ? p + 1 : digits(p);
+    if (end == p) {
+        RAPIDJSON_PARSE_ERROR(kParseErrorValueInvalid, static_cast<std::size_t>(end - is.head_));
+    }
+    if (*end == '.') {
+        p = end + 1;
+        end = digits(p);
+        if (end == p) {
+            RAPIDJSON_PARSE_ERROR(kParseErrorNumberMissFraction, static_cast<std::size_t>(end - is.head_));
+        }
+    }
+    if (*end == 'e' || *end == 'E') {
+        p = end + 1 + (end[1] == '+' || end[1] == '-' ? 1 : 0);
+        end = digits(p);
+        if (end == p) {
+            RAPIDJSON_PARSE_ERROR(kParseErrorNumberMissExponent, static_cast<std::size_t>(end - is.head_));
+        }
+    }
+    is.src_ = end;
+    if (!handler.RawNumber(start, static_cast<rapidjson::SizeType>(end - start), false)) {
+        RAPIDJSON_PARSE_ERROR(kParseErrorTermination, static_cast<std::size_t>(start - is.head_));
+    }
+}
+
+namespace {
+
 // The DOM reads the same characters as the loader (up to the first zero
 // byte) with the same reader, not in situ, and its numbers as ExactNumbers
 // does. Whether it parses is its reader's answer.

@@ -27,6 +27,7 @@
 #include <cstring>
 #include <optional>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 namespace Tarsel::Core::Json {
@@ -334,10 +335,10 @@ private:
         for (std::size_t i = 0; i < members.size(); ++i) {
             byKey.try_emplace(keys[i], TextKey{i, i}).first->second.last = i;
         }
-        std::unordered_map<std::string_view, bool> wanted;
+        std::unordered_set<std::string_view> wanted;
         std::size_t previousFirst = 0;
         for (const TargetChild& target : targets) {
-            wanted.emplace(target.key, true);
+            wanted.insert(target.key);
             const auto found = byKey.find(target.key);
             if (found != byKey.end()) {
                 if (found->second.first < previousFirst) {
