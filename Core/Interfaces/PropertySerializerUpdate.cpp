@@ -497,9 +497,7 @@ private:
             return "null";
         }
         if (node.GetType() != TypeArray) {
-            std::string text;
-            AppendScalarText(node, m_doubleText, text);
-            return text;
+            return ScalarText(node, m_doubleText);
         }
         std::vector<NewChild> children;
         for (const TargetChild& target : TargetChildren(node)) {

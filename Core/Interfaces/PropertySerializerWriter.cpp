@@ -327,19 +327,6 @@ void WriteJsonText(const Property& root, bool wrapRoot, PropertySerializer::Doub
     output.Write(text.data(), text.size());
 }
 
-void AppendScalarText(const Property& node, PropertySerializer::DoubleText doubleText, std::string& out) {
-    TextBuffer buffer;
-    JsonTextSink sink(buffer, doubleText);
-    sink.Value(node);
-    out += buffer.Text();
-}
-
-void AppendJsonString(std::string_view text, std::string& out) {
-    TextBuffer buffer;
-    JsonTextSink(buffer, PropertySerializer::DoubleText::SixDigits).String(text);
-    out += buffer.Text();
-}
-
 void SaveJsonValue(const Property& root, JsonValue& value, JsonAllocator& allocator) {
     JsonValueSink sink(value, allocator);
     WriteTree(root, sink);

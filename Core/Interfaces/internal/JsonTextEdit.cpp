@@ -3,6 +3,7 @@
 // commas as splices of the original text.
 #include <Core/Interfaces/internal/JsonTextEdit.h>
 
+#include <Core/Interfaces/DataStream.h>
 #include <Core/Interfaces/internal/SerializerAccess.h>
 
 #include <algorithm>
@@ -93,9 +94,15 @@ std::string AppliedWithin(std::string_view text, std::size_t begin, std::size_t 
 }
 
 std::string JsonStringText(std::string_view text) {
-    std::string out;
-    AppendJsonString(text, out);
-    return out;
+    return ScalarText(Property(std::string(), std::string(text)), PropertySerializer::DoubleText::SixDigits);
+}
+
+// Through the writer's own entry point, so that its inner loop stays where
+// every save runs it.
+std::string ScalarText(const Property& node, PropertySerializer::DoubleText doubleText) {
+    const auto output = MemoryDataOutput::Create();
+    PropertySerializer::Serialize(node, output, false, doubleText);
+    return output->GetData();
 }
 
 DocumentStyle StyleOf(const TextIndex& index) {

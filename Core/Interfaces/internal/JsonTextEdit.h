@@ -134,5 +134,8 @@ private:
 
 // The JSON string of text, with the serializer's escaping.
 std::string JsonStringText(std::string_view text);
+// What Serialize writes for a node that is not a container (null for an
+// Empty one).
+std::string ScalarText(const Property& node, PropertySerializer::DoubleText doubleText);
 
 }  // namespace Tarsel::Core::Json

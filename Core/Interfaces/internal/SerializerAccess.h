@@ -188,10 +188,6 @@ private:
 // output in one Write.
 void WriteJsonText(const Property& root, bool wrapRoot, PropertySerializer::DoubleText doubleText, IDataOutput& output);
 void SaveJsonValue(const Property& root, JsonValue& value, JsonAllocator& allocator);
-// What WriteJsonText writes for a node that is not a container (null for an
-// Empty one), and for a string, appended to out.
-void AppendScalarText(const Property& node, PropertySerializer::DoubleText doubleText, std::string& out);
-void AppendJsonString(std::string_view text, std::string& out);
 
 // PropertySerializerReader.cpp: text is parsed in place, and ends at a zero
 // byte that kTextPadding - 1 more follow (internal/JsonTextStream.h).
