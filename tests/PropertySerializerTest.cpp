@@ -605,10 +605,11 @@ TEST(PropertySerializer, NullStreamsAreRefusedBeforeAnythingIsTouched) {
 
 TEST(Deserialize, JsonValuesMapAsDocumented) {
     EXPECT_EQ(Describe(Load(R"({"arr":[10,20],"null":null,"obj":{},"list":[],"b":false,"d":1e2,"f":1.5,)"
-                            R"("i":-2147483649,"max":9223372036854775807,"huge":18446744073709551615,)"
-                            R"("beyond":18446744073709551616,"s":"a\u0000b","frameRateRatio":"4/8"})")),
+                            R"("i":-2147483649,"max":9223372036854775807,"over":9223372036854775808,)"
+                            R"("huge":18446744073709551615,"beyond":18446744073709551616,"s":"a\u0000b",)"
+                            R"("frameRateRatio":"4/8"})")),
               "root<6>{arr<6>{0<3>10,1<3>20},null<6>{},obj<6>{},list<6>{},b<1>0,d<2>100,f<2>1.5,"
-              "i<3>-2147483649,max<3>9223372036854775807,huge<6>{},beyond<2>1.84467e+19,s<4>" +
+              "i<3>-2147483649,max<3>9223372036854775807,over<6>{},huge<6>{},beyond<2>1.84467e+19,s<4>" +
                   std::string("a\0b", 3) + ",frameRateRatio<5>1/2}");
     EXPECT_EQ(Describe(Load(R"({"frameRateRatio":"25"})")), "root<6>{frameRateRatio<6>{}}");
     EXPECT_EQ(Describe(Load("[10,20]")), "root<6>{0<3>10,1<3>20}");
