@@ -1,4 +1,5 @@
-// macOS: a process cannot make the system answer its own writes.
+// macOS has no seccomp filters, nor another way for a process to have the
+// system answer its own writes.
 #include "support/ZeroWrites.h"
 
 namespace TarselTest {
