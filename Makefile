@@ -21,7 +21,7 @@ configure = cmake --preset $(1) -B $(BUILD)/$(2) -DTARSEL_WERROR=ON $(3) $(CMAKE
 # one to use.
 CLANG = -DCMAKE_CXX_COMPILER=clang++-14
 
-.PHONY: all demo test test-release sanitize bench install install-check check-macos check-arm64 deps clean
+.PHONY: all demo test test-release sanitize bench bench-check install install-check check-macos check-arm64 deps clean
 .PHONY: fuzz tsan coverage release-lib format format-check
 
 all: test
@@ -96,14 +96,30 @@ fuzz:
 
 # The Google Benchmark programs, then the JSON load and save counted in
 # instructions (scripts/bench-instructions: perf where the machine counts,
-# else callgrind where valgrind is installed), which swing far less between
-# runs on shared machines than times do.
+# else callgrind, which install-deps --with-bench installs with valgrind),
+# which swing far less between runs on shared machines than times do.
 bench: deps
+	@scripts/install-deps --with-bench
 	@cmake -S . -B $(BUILD)/bench -DCMAKE_BUILD_TYPE=Release -DTARSEL_BUILD_TESTS=OFF -DTARSEL_WERROR=ON \
 	    $(CMAKE_FLAGS) > /dev/null
 	@cmake --build $(BUILD)/bench -j $(JOBS)
 	@for b in $(BUILD)/bench/bin/bench_*; do echo "== $$b"; $$b --benchmark_min_time=0.2 || exit 1; done
 	@scripts/bench-instructions $(BUILD)/bench/bin/bench_Json
+
+# Each benchmark program once, unmeasured, so that what the programs check
+# runs: DoubleTextBench's comparison of saved doubles with snprintf("%#g"),
+# and NodePlan's check that it builds the load's tree. One iteration of every
+# benchmark, the fewest Google Benchmark runs; bench_Json's table sets its
+# own times, so it is asked with --check instead (its own operations and
+# floors). The programs are the Debug build's, which make test builds: in CI
+# nothing is built again.
+bench-check: deps
+	@$(call configure,debug,debug)
+	@cmake --build $(BUILD)/debug --target benchmarks -j $(JOBS)
+	@for b in $(BUILD)/debug/bin/bench_*; do \
+	    case "$${b##*/}" in bench_Json) args=--check ;; *) args=--benchmark_min_time=0 ;; esac; \
+	    echo "== $$b $$args"; $$b $$args || exit 1; \
+	done
 
 # The Release build a packager makes: every target, and the whole suite.
 test-release: deps

@@ -256,6 +256,15 @@ INSTANTIATE_TEST_SUITE_P(Serialize, BenchmarkDocument,
                          testing::Values("settings_20KB", "media_8MB", "flat_10k", "flat_100k"),
                          [](const testing::TestParamInfo<std::string>& info) { return info.param; });
 
+// count names: prefix followed by 0, 1, ...
+std::vector<std::string> Numbered(const std::string& prefix, std::size_t count) {
+    std::vector<std::string> names;
+    for (std::size_t i = 0; i < count; ++i) {
+        names.push_back(prefix + std::to_string(i));
+    }
+    return names;
+}
+
 // A container whose children are named by names, each holding its index.
 Property Named(std::initializer_list<std::string> names) {
     Property container("c");
@@ -326,6 +335,32 @@ TEST(Serialize, RepeatedKeysWriteTheLastValueIntoTheFirstMember) {
         positional.CreateChildT<long long>("x", 50);
         positional.CreateChildT<long long>("7", 51);
         cases.emplace_back(positional, expected + R"(,"x":50,"7":null})");
+    }
+    {
+        // However far the lookup of names among siblings has gone when a key
+        // comes again (positional, fingerprints, the scan, the table), the
+        // repeat is found. Each row: the keys, and which of them comes again.
+        const std::pair<std::vector<std::string>, std::size_t> runs[] = {
+            {Numbered("", 1), 0},       // "0" twice: an index met before is no longer the next index
+            {Numbered("", 2), 1},       // the positional run's last key, once it broke
+            {Numbered("", 20), 19},     // a run longer than the scan, its last key
+            {Numbered("k", 16), 15},    // as many keys as are scanned, the last one
+            {Numbered("k", 17), 16},    // one more, found in the table, the last one
+            {Numbered("k", 300), 299},  // so many keys that a fingerprint must repeat once there are
+                                        // more than the scan takes (pigeonhole): the table is built
+                                        // then, and must take the keys that come after it
+        };
+        for (const auto& [names, repeated] : runs) {
+            Property run("c");
+            std::string expected = "{";
+            for (std::size_t i = 0; i < names.size(); ++i) {
+                run.CreateChildT<long long>(names[i], static_cast<long long>(i));
+                const long long value = i == repeated ? -1 : static_cast<long long>(i);
+                expected += (i ? ",\"" : "\"") + names[i] + "\":" + std::to_string(value);
+            }
+            run.CreateChildT<long long>(names[repeated], -1);
+            cases.emplace_back(run, expected + ",\"" + names[repeated] + "\":null}");
+        }
     }
     {
         // A repeat found after a whole subtree was written: the subtree that
@@ -605,10 +640,11 @@ TEST(PropertySerializer, NullStreamsAreRefusedBeforeAnythingIsTouched) {
 
 TEST(Deserialize, JsonValuesMapAsDocumented) {
     EXPECT_EQ(Describe(Load(R"({"arr":[10,20],"null":null,"obj":{},"list":[],"b":false,"d":1e2,"f":1.5,)"
-                            R"("i":-2147483649,"max":9223372036854775807,"huge":18446744073709551615,)"
-                            R"("beyond":18446744073709551616,"s":"a\u0000b","frameRateRatio":"4/8"})")),
+                            R"("i":-2147483649,"max":9223372036854775807,"over":9223372036854775808,)"
+                            R"("huge":18446744073709551615,"beyond":18446744073709551616,"s":"a\u0000b",)"
+                            R"("frameRateRatio":"4/8"})")),
               "root<6>{arr<6>{0<3>10,1<3>20},null<6>{},obj<6>{},list<6>{},b<1>0,d<2>100,f<2>1.5,"
-              "i<3>-2147483649,max<3>9223372036854775807,huge<6>{},beyond<2>1.84467e+19,s<4>" +
+              "i<3>-2147483649,max<3>9223372036854775807,over<6>{},huge<6>{},beyond<2>1.84467e+19,s<4>" +
                   std::string("a\0b", 3) + ",frameRateRatio<5>1/2}");
     EXPECT_EQ(Describe(Load(R"({"frameRateRatio":"25"})")), "root<6>{frameRateRatio<6>{}}");
     EXPECT_EQ(Describe(Load("[10,20]")), "root<6>{0<3>10,1<3>20}");
@@ -947,6 +983,109 @@ TEST(Deserialize, MergesIntoExistingChildrenAsSetChildDoes) {
     EXPECT_EQ(Describe(a), "a<6>{1<3>7}");
     // Duplicate keys in one object: the last value, in the first one's place.
     EXPECT_EQ(Describe(Load(R"({"k":{"x":1},"j":0,"k":[2]})")), "root<6>{k<6>{0<3>2},j<3>0}");
+
+    // A target whose children look like an array's: "0" is a child already,
+    // not the next index.
+    Property zero("z");
+    zero.SetChildT<long long>("0", 1);
+    Deserialize(zero, R"({"0":7,"1":8})");
+    EXPECT_EQ(Describe(zero), "z<6>{0<3>7,1<3>8}");
+    // More children than are scanned, one name twice: the first of them
+    // takes the member, from the table as from a scan.
+    Property many("m");
+    many.CreateChildT<long long>("dup", 1);
+    std::string expected = "m<6>{dup<3>3";
+    for (int i = 0; i < 17; ++i) {
+        many.CreateChildT<long long>("k" + std::to_string(i), i);
+        expected += ",k" + std::to_string(i) + "<3>" + std::to_string(i);
+    }
+    many.CreateChildT<long long>("dup", 2);
+    Deserialize(many, R"({"dup":3})");
+    EXPECT_EQ(Describe(many), expected + ",dup<3>2}");
+}
+
+namespace {
+
+// An object's members in order, each a key and its value.
+using KeyedValues = std::vector<std::pair<std::string, long long>>;
+
+KeyedValues NumberedKeys(const std::string& prefix, std::size_t count, KeyedValues more = {}) {
+    KeyedValues members;
+    for (std::size_t i = 0; i < count; ++i) {
+        members.emplace_back(prefix + std::to_string(i), static_cast<long long>(i));
+    }
+    members.insert(members.end(), more.begin(), more.end());
+    return members;
+}
+
+std::string ObjectText(const KeyedValues& members) {
+    std::string text = "{";
+    for (const auto& [key, value] : members) {
+        text += (text.size() > 1 ? ",\"" : "\"") + key + "\":" + std::to_string(value);
+    }
+    return text + "}";
+}
+
+// The children that loading members gives, worked out the plain way: one per
+// key, where the key first appears, holding the key's last value.
+std::string LoadedChildren(const KeyedValues& members) {
+    KeyedValues children;
+    for (const auto& [key, value] : members) {
+        const auto same = [&key = key](const auto& child) { return child.first == key; };
+        const auto found = std::find_if(children.begin(), children.end(), same);
+        if (found == children.end()) {
+            children.emplace_back(key, value);
+        } else {
+            found->second = value;
+        }
+    }
+    std::string text;
+    for (const auto& [key, value] : children) {
+        text += (text.empty() ? "" : ",") + key + "<3>" + std::to_string(value);
+    }
+    return text;
+}
+
+}  // namespace
+
+// However far the lookup of names among siblings has gone when a key comes
+// again (still positional, fingerprints, a scan of the first siblings, the
+// table), the repeat loads into the first child of its name: from text and
+// from a caller's DOM, into an empty target and merged into a filled one.
+TEST(Deserialize, RepeatedKeysLoadIntoTheFirstChildWhereverTheRepeatIsMet) {
+    const KeyedValues cases[] = {
+        // k0 ... k16, more than are scanned, then k0 again, which builds the
+        // table; a new key after it, and that key again: the table must
+        // take in the keys that come after it was built.
+        NumberedKeys("k", 17, {{"k0", 99}, {"n", 1}, {"n", 2}}),
+        NumberedKeys("", 1, {{"0", 5}}),            // "0" twice: no longer the next index
+        NumberedKeys("", 3, {{"2", 5}}),            // the positional run's last key, once it breaks
+        NumberedKeys("", 3, {{"0", 5}}),            // its first
+        NumberedKeys("", 20, {{"19", 5}}),          // a run longer than the scan, its last key
+        NumberedKeys("", 2, {{"x", 5}, {"1", 6}}),  // a name, then an index met before it
+        NumberedKeys("k", 16, {{"k15", 5}}),        // as many keys as are scanned, the last one
+        NumberedKeys("k", 17, {{"k16", 5}}),        // one more, found in the table, the last one
+        // So many keys that a fingerprint repeats once there are more than
+        // are scanned (pigeonhole), which builds the table; the keys after
+        // that must reach it.
+        NumberedKeys("k", 300, {{"k299", 5}}),
+        NumberedKeys("k", 300, {{"n", 1}, {"k150", 5}, {"n", 2}}),
+    };
+    for (const KeyedValues& members : cases) {
+        const std::string text = ObjectText(members);
+        const std::string children = LoadedChildren(members);
+        const std::string shown = text.size() <= 80 ? text : "..." + text.substr(text.size() - 60);
+        EXPECT_EQ(Describe(Load(text)), "root<6>{" + children + "}") << shown;
+        rapidjson::Document document;
+        document.Parse(text.c_str());
+        Property fromDom("root");
+        PropertySerializer::Load(fromDom, document);
+        EXPECT_EQ(Describe(fromDom), "root<6>{" + children + "}") << shown;
+        Property filled("root");
+        filled.SetChildT<long long>("before", -1);
+        Deserialize(filled, text);
+        EXPECT_EQ(Describe(filled), "root<6>{before<3>-1," + children + "}") << shown;
+    }
 }
 
 // A key is cut at its first zero character before it is matched, and a

@@ -1,5 +1,6 @@
 #include <Core/Interfaces/Property.h>
 
+#include <Core/Interfaces/DataStream.h>
 #include <Core/Interfaces/PropertySerializer.h>
 
 #include "support/CatchAs.h"
@@ -439,6 +440,47 @@ TEST(GetValueOr, FallsBackOnlyWhereThePathLeadsNowhere) {
     EXPECT_THROW(GetValueOr(settings, "playback", false), WrongTypeIsRequested);  // a container
     EXPECT_THROW(GetValueOr(settings, "", "x"), WrongTypeIsRequested);            // the root itself
     EXPECT_EQ(GetValueOr(Property("leaf", 2.5), "", 0.0), 2.5);
+}
+
+// A settings file's null, {}, [] and integers from 2^63 to 2^64 - 1 load as
+// an empty container, which reads as a setting not set, whatever type is
+// asked for; a container with children, or a value of another type, is still
+// reported.
+TEST(GetValueOr, EmptyContainersFallBackAsSettingsNotSet) {
+    const auto loaded = [](const std::string& volume) {
+        Property settings("settings");
+        PropertySerializer::Deserialize(settings, MemoryDataInput::Create(R"({"playback":{"volume":)" + volume + "}}"),
+                                        false);
+        return settings;
+    };
+    for (const char* volume : {"null", "{}", "[]",
+                               "9223372036854775808",      // 2^63, the first beyond long long
+                               "18446744073709551615"}) {  // 2^64 - 1, the last within 64 bits
+        const Property settings = loaded(volume);
+        EXPECT_EQ(GetValueOr(settings, "playback/volume", 0.8), 0.8) << volume;
+        EXPECT_EQ(GetValueOr<long long>(settings, "playback/volume", -3), -3) << volume;
+        EXPECT_EQ(GetValueOr(settings, "playback/volume", 7), 7) << volume;
+        EXPECT_EQ(GetValueOr(settings, "playback/volume", 7u), 7u) << volume;
+        EXPECT_TRUE(GetValueOr(settings, "playback/volume", true)) << volume;
+        EXPECT_EQ(GetValueOr(settings, "playback/volume", "loud"), "loud") << volume;
+        EXPECT_EQ(GetValueOr(settings, "playback/volume", std::string("soft")), "soft") << volume;
+        EXPECT_EQ(GetValueOr(settings, "playback/volume", Ratio(4, 5)), Ratio(4, 5)) << volume;
+        // The path still ends there: nothing below an empty container either.
+        EXPECT_EQ(GetValueOr(settings, "playback/volume/left", 0.5), 0.5) << volume;
+    }
+    // 2^64 loads as the nearest double, a value like any other.
+    EXPECT_EQ(GetValueOr(loaded("18446744073709551616"), "playback/volume", 0.8), 18446744073709551616.0);
+    EXPECT_EQ(GetValueOr(loaded("0.25"), "playback/volume", 0.8), 0.25);
+    // An empty root is a path that ends at an empty container too.
+    EXPECT_EQ(GetValueOr(Property("settings"), "", 0.8), 0.8);
+
+    for (const char* volume : {R"({"left":0.5})", "[0.5]", R"("loud")", "true"}) {
+        EXPECT_THROW(GetValueOr(loaded(volume), "playback/volume", 0.8), WrongTypeIsRequested) << volume;
+    }
+    const auto container = CatchAs<WrongTypeIsRequested>([&] { GetValueOr(loaded("[0]"), "playback", 0.8); });
+    EXPECT_EQ(Info<P::TagPropertyName>(container), "playback");
+    EXPECT_EQ(Info<P::TagPropertyType>(container), TypeArray);
+    EXPECT_EQ(Info<P::TagRequestedType>(container), TypeDouble);
 }
 
 // --- Deep trees ------------------------------------------------------------

@@ -1,6 +1,7 @@
 #include <Core/Interfaces/StackTrace.h>
 
 #include "support/ReplacedNew.h"
+#include "support/ZeroWrites.h"
 
 #include <gtest/gtest.h>
 
@@ -18,6 +19,8 @@
 #include <utility>
 #include <vector>
 
+#include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 using namespace Tarsel::Core;
@@ -115,6 +118,38 @@ TEST(StackTrace, PrintBacktraceInASignalHandlerWritesToFileDescriptor2Directly) 
     if (TarselTest::kReplacesNew) {
         EXPECT_EQ(allocations, 0);
     }
+}
+
+// Standard error may be a descriptor whose writes take nothing: the
+// signal-safe rendering then gives up on each frame instead of asking again
+// forever. It runs in a child process, since the writes stay that way, with
+// a few seconds of processor time: a rendering that never ends is killed,
+// rather than holding up the suite, where one that gives up takes
+// microseconds.
+TEST(StackTrace, PrintBacktraceInASignalHandlerGivesUpOnWritesThatTakeNothing) {
+    constexpr int kCannotMakeWritesTakeNothing = 77;
+    const StackTrace trace;
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        if (!TarselTest::MakeWritesTakeNothing(STDERR_FILENO)) {
+            _exit(kCannotMakeWritesTakeNothing);
+        }
+        const rlimit seconds{5, 5};
+        setrlimit(RLIMIT_CPU, &seconds);
+        in_signal_handler = 1;
+        trace.PrintBacktrace();
+        _exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    if (WIFEXITED(status) && WEXITSTATUS(status) == kCannotMakeWritesTakeNothing) {
+        GTEST_SKIP() << "this system cannot make a descriptor's writes take nothing";
+    }
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0)
+        << (WIFSIGNALED(status) ? "killed by signal " + std::to_string(WTERMSIG(status)) +
+                                      " (SIGXCPU or SIGKILL: the rendering did not end within its processor time)"
+                                : "exit status " + std::to_string(WEXITSTATUS(status)));
 }
 
 TEST(OutputPointer, PadsToTwelveLowercaseHexDigits) {

@@ -490,6 +490,30 @@ TEST_F(ToolTest, ConcurrentSetsOfOneFileLoseNothing) {
     EXPECT_EQ(EntryCount(""), 1u);
 }
 
+// Runs from several threads at once, each with its own standard input, end
+// when their input does: no run's child holds another run's pipe open.
+TEST_F(ToolTest, ConcurrentRunsEachReadTheirOwnStandardInput) {
+    constexpr int kThreads = 4;
+    constexpr int kRuns = 50;
+    std::vector<std::thread> runners;
+    for (int runner = 0; runner < kThreads; ++runner) {
+        runners.emplace_back([this, runner] {
+            for (int i = 0; i < kRuns; ++i) {
+                Launch launch;
+                // More than a pipe holds, so that writing it takes a while.
+                launch.input = "runner " + std::to_string(runner) + ", run " + std::to_string(i) + "\n";
+                launch.input.resize(256 * 1024, static_cast<char>('a' + runner));
+                const Result result = Run({"md5", "-"}, launch);
+                EXPECT_EQ(result.status, 0) << result.err;
+                EXPECT_EQ(result.out, Md5Hex(launch.input)) << "runner " << runner << ", run " << i;
+            }
+        });
+    }
+    for (std::thread& runner : runners) {
+        runner.join();
+    }
+}
+
 // What replacing would damage is refused, and the file stays byte for
 // byte: a FIFO (its writer's data), a file with other hard links (they
 // would be split off), and, for a user allowed to write the folder, a file

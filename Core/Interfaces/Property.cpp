@@ -528,8 +528,10 @@ bool Property::ChildExistsByPath(const std::string& path) const {
 
 namespace {
 
-// The node at path below root, or null where a name is missing or the path
-// runs through a node that is not a container.
+// The node at path below root, or null where a name is missing, the path
+// runs through a node that is not a container, or it ends at an empty one:
+// what a settings file's null, {} and unsigned-only integers load as, and in
+// such a file a value that is not set.
 const Property* FindSetting(const Property& root, const std::string& path) {
     const Property* current = &root;
     ForEachPathSegment(path, [&](std::string_view segment) {
@@ -541,7 +543,8 @@ const Property* FindSetting(const Property& root, const std::string& path) {
         current = found == current->end() ? nullptr : &*found;
         return current != nullptr;
     });
-    return current;
+    const bool emptyContainer = current != nullptr && current->GetType() == TypeArray && current->Count() == 0;
+    return emptyContainer ? nullptr : current;
 }
 
 template <class T>

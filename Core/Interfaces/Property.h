@@ -287,11 +287,14 @@ Ratio GetValue<Ratio>(const Property& property);
 
 // Reads a setting with a default: the value at path below root (a path as
 // ChildByPath takes it) as GetValue<T> reads it, or fallback when a name on
-// the path is missing or the path runs through a node that is not a
-// container. Read as a double, an integer is converted (exactly up to 2^53,
-// to the nearest double beyond), the one conversion made: any other type
-// mismatch throws WrongTypeIsRequested as GetValue does, since a setting that
-// holds text where a number belongs is an error to report, not to hide.
+// the path is missing, the path runs through a node that is not a container,
+// or it ends at an empty container, which is what a loaded null, {} or
+// integer from 2^63 to 2^64 - 1 is ("volume": null reads as not set). Read as
+// a double, an integer is converted (exactly up to 2^53, to the nearest
+// double beyond), the one conversion made: any other type mismatch, a
+// container with children included, throws WrongTypeIsRequested as GetValue
+// does, since a setting that holds text where a number belongs is an error
+// to report, not to hide.
 //   GetValueOr(settings, "playback/volume", 0.8)
 //   GetValueOr<long long>(settings, "video/width", 1920)
 //   GetValueOr(settings, "video/codec", "h264")  (a std::string)

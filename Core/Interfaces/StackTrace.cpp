@@ -76,17 +76,20 @@ std::size_t FormatPointer(void* pointer, char* out) {
     return static_cast<std::size_t>(out - start);
 }
 
-// Signal-safe: all of text to fd, through interrupted and partial writes.
+// Signal-safe: all of text to fd, through interrupted and partial writes. It
+// gives up on an error, and on a write that takes nothing (a device or file
+// system may answer so), which asking again would not change.
 void WriteAll(int fd, const char* text, std::size_t size) {
     while (size > 0) {
         const ssize_t written = write(fd, text, size);
-        if (written < 0 && errno != EINTR) {
+        if (written < 0 && errno == EINTR) {
+            continue;
+        }
+        if (written <= 0) {
             return;  // nowhere left to report it
         }
-        if (written > 0) {
-            text += written;
-            size -= static_cast<std::size_t>(written);
-        }
+        text += written;
+        size -= static_cast<std::size_t>(written);
     }
 }
 

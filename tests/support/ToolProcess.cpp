@@ -8,10 +8,12 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <mutex>
 #include <string_view>
 #include <thread>
 #include <utility>
 
+#include <fcntl.h>
 #include <grp.h>
 #include <poll.h>
 #include <sys/wait.h>
@@ -125,6 +127,31 @@ std::vector<std::string> EmulatorCommand() {
     return words;
 }
 
+// Makes the run's three pipes, every end closed on exec, and forks. A child
+// that another thread starts must not keep this run's pipes open: the tool
+// here would wait for an end of input that never comes, while that child's
+// own tool, holding this one's ends, waits in turn.
+pid_t ForkWithPipes(int (&in)[2], int (&out)[2], int (&err)[2]) {
+#ifdef TARSEL_HAVE_PIPE2
+    // The ends are closed on exec from the moment they exist.
+    for (int* ends : {in, out, err}) {
+        EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    }
+    return fork();
+#else
+    // Without pipe2 (macOS), no other run may fork between making a pipe
+    // and marking its ends.
+    static std::mutex forking;
+    const std::lock_guard<std::mutex> lock(forking);
+    for (int* ends : {in, out, err}) {
+        EXPECT_EQ(pipe(ends), 0);
+        EXPECT_EQ(fcntl(ends[0], F_SETFD, FD_CLOEXEC), 0);
+        EXPECT_EQ(fcntl(ends[1], F_SETFD, FD_CLOEXEC), 0);
+    }
+    return fork();
+#endif
+}
+
 Result RunIn(const std::string& tool, const fs::path& folder, const std::vector<std::string>& args,
              const Launch& launch) {
     static const std::vector<std::string> emulator = EmulatorCommand();
@@ -143,10 +170,7 @@ Result RunIn(const std::string& tool, const fs::path& folder, const std::vector<
     int in[2];
     int out[2];
     int err[2];
-    EXPECT_EQ(pipe(in), 0);
-    EXPECT_EQ(pipe(out), 0);
-    EXPECT_EQ(pipe(err), 0);
-    const pid_t child = fork();
+    const pid_t child = ForkWithPipes(in, out, err);
     if (child == 0) {
         BecomeTool(program.c_str(), launch, in, out, err, folderText.c_str(), argv.data(), envp.data());
     }
