@@ -547,6 +547,42 @@ TEST_F(DataStreamTest, AnOwnerOrGroupThatCannotBeGivenRefusesTheSave) {
     EXPECT_EQ(owner, 0);
 }
 
+// Another user's link is followed only to what is theirs: it cannot aim
+// root's save at root's own files. Root makes the links as nobody's.
+TEST_F(DataStreamTest, AnotherUsersLinkIsFollowedOnlyToWhatIsTheirs) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs root, to make another user's links";
+    }
+    fs::create_directory(At("theirs"));
+    ASSERT_EQ(chown(At("theirs").c_str(), 65534, 65534), 0);
+    WriteFile("root.json", "root's");
+    WriteFile("theirs/own.json", "theirs");
+    ASSERT_EQ(chown(At("theirs/own.json").c_str(), 65534, 65534), 0);
+    const struct {
+        const char* link;
+        const char* to;
+        uid_t linkOwner;
+        boost::system::error_code code;
+    } cases[] = {
+        {"to-root.json", "root.json", 65534, SaveError::UntrustedLink},
+        {"to-new-in-root.json", "new.json", 65534, SaveError::UntrustedLink},  // a file made in root's folder
+        {"theirs/to-root.json", "../root.json", 65534, SaveError::UntrustedLink},
+        {"theirs/to-own.json", "own.json", 65534, {}},
+        {"theirs/to-new.json", "new.json", 65534, {}},  // made in their folder
+        {"root-to-theirs.json", "theirs/own.json", 0, {}},
+    };
+    for (const auto& c : cases) {
+        fs::create_symlink(c.to, At(c.link));
+        ASSERT_EQ(lchown(At(c.link).c_str(), c.linkOwner, c.linkOwner), 0);
+        EXPECT_EQ(CodeOf([&] { Save(At(c.link), "saved"); }), c.code) << c.link;
+        EXPECT_TRUE(fs::is_symlink(At(c.link))) << c.link;
+    }
+    EXPECT_EQ(ReadFile("root.json"), "root's");
+    EXPECT_FALSE(fs::exists(At("new.json")));
+    EXPECT_EQ(ReadFile("theirs/own.json"), "saved");
+    EXPECT_EQ(ReadFile("theirs/new.json"), "saved");
+}
+
 // A folder the process may enter and write but not list: on Linux it is
 // opened for search only and synced through its file system.
 TEST_F(DataStreamTest, AFolderThatMayBeWrittenButNotReadStillSaves) {

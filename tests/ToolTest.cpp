@@ -495,23 +495,28 @@ TEST_F(ToolTest, SetRefusesWhatReplacingWouldDamage) {
     const struct {
         std::string file;
         bool unprivileged;
+        bool rootMakesIt;  // another user's file or link
         std::string err;
     } cases[] = {
-        {"pipe.json", false, "tarsel: pipe.json: cannot set: it is a FIFO, not a regular file\n"},
-        {"linked.json", false,
+        {"pipe.json", false, false, "tarsel: pipe.json: cannot set: it is a FIFO, not a regular file\n"},
+        {"linked.json", false, false,
          "tarsel: linked.json: cannot set: it has 1 other hard link, which replacing it would split off\n"},
-        {"open/readonly.json", true, "tarsel: open/readonly.json: cannot set: you may not write this file\n"},
-        {"open/theirs.json", true,
+        {"open/readonly.json", true, true, "tarsel: open/readonly.json: cannot set: you may not write this file\n"},
+        {"open/theirs.json", true, true,
          "tarsel: open/theirs.json: cannot set: it belongs to another user, and replacing it would make it yours\n"},
         // The user's own file in a group the user is not in.
-        {"open/group.json", true,
+        {"open/group.json", true, true,
          "tarsel: open/group.json: cannot set: its group is one you are not in, and replacing it would give it "
          "yours\n"},
         // A folder the user may write but not read cannot be locked.
-        {"dropbox/settings.json", true,
+        {"dropbox/settings.json", true, true,
          "tarsel: dropbox/settings.json: cannot set: you may write in its folder " + fs::canonical(m_dir).string() +
              "/dropbox but not read it, and set must read a folder to lock it against "
              "other sets\n"},
+        // Root, through nobody's link to root's own file.
+        {"open/foreign.json", false, true,
+         "tarsel: open/foreign.json: cannot set: is a link of another user to a file that is not theirs, which a "
+         "save does not follow\n"},
     };
     // A folder anyone may write, holding files of this test's user.
     fs::create_directory(At("open"));
@@ -529,9 +534,11 @@ TEST_F(ToolTest, SetRefusesWhatReplacingWouldDamage) {
     if (geteuid() == 0) {
         ASSERT_EQ(chown(At("open/group.json").c_str(), 65534, 0), 0);
         ASSERT_EQ(chown(At("dropbox/settings.json").c_str(), 65534, 65534), 0);
+        fs::create_symlink(At("linked.json"), At("open/foreign.json"));
+        ASSERT_EQ(lchown(At("open/foreign.json").c_str(), 65534, 65534), 0);
     }
     for (const auto& c : cases) {
-        if (c.unprivileged && geteuid() != 0) {
+        if (c.rootMakesIt && geteuid() != 0) {
             continue;  // another user's file needs root to make
         }
         Launch launch;
@@ -544,7 +551,7 @@ TEST_F(ToolTest, SetRefusesWhatReplacingWouldDamage) {
         }
     }
     EXPECT_EQ(EntryCount(""), 5u);  // the FIFO, the two links and the folders: no temporary file
-    EXPECT_EQ(EntryCount("open"), 3u);
+    EXPECT_EQ(EntryCount("open"), geteuid() == 0 ? 4u : 3u);
     EXPECT_EQ(EntryCount("dropbox"), 1u);
 }
 

@@ -14,6 +14,7 @@
 #include <cstring>
 #include <random>
 #include <utility>
+#include <vector>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -38,6 +39,8 @@ public:
             return "is a device, which a save would replace with a regular file";
         case SaveError::TargetIsSocket:
             return "is a socket, which a save would replace with a regular file";
+        case SaveError::UntrustedLink:
+            return "is a link of another user to a file that is not theirs, which a save does not follow";
         case SaveError::OwnerCannotBeKept:
             return "its owner cannot be given to the new file, so a save would change it";
         case SaveError::GroupCannotBeKept:
@@ -136,19 +139,53 @@ struct Resolved {
     struct stat entry {};
 };
 
-// The text of the link name in folder.
-std::string ReadLink(int folder, const std::string& name, const ioPath& target) {
-    std::string text(256, '\0');
+// The text of the link name in folder into *text; false when name is no
+// longer a link (another program replaced it since it was looked at).
+bool ReadLink(int folder, const std::string& name, const ioPath& target, std::string* text) {
+    text->assign(256, '\0');
     for (;;) {
-        const ssize_t size = ::readlinkat(folder, name.c_str(), text.data(), text.size());
+        const ssize_t size = ::readlinkat(folder, name.c_str(), text->data(), text->size());
         if (size < 0) {
+            if (errno == EINVAL) {
+                return false;
+            }
             ThrowErrno(target, errno);
         }
-        if (static_cast<std::size_t>(size) < text.size()) {
-            text.resize(static_cast<std::size_t>(size));
-            return text;
+        if (static_cast<std::size_t>(size) < text->size()) {
+            text->resize(static_cast<std::size_t>(size));
+            return true;
         }
-        text.resize(2 * text.size());
+        text->resize(2 * text->size());
+    }
+}
+
+// Who owns what a save would replace: the file, or, for a new one, the
+// folder it would be made in.
+uid_t OwnerOf(const Resolved& resolved, const ioPath& target) {
+    if (resolved.exists) {
+        return resolved.entry.st_uid;
+    }
+    struct stat folder {};
+    if (::fstat(resolved.folder.Get(), &folder) != 0) {
+        ThrowErrno(target, errno);
+    }
+    return folder.st_uid;
+}
+
+// Another user's link may not aim a save at a file that is not theirs: a
+// link is followed only when it belongs to the user saving, to root, or to
+// whoever owns what it leads to (as the kernel's protected_symlinks trusts
+// a link in a shared folder only from its follower or the folder's owner).
+void RequireTrustedLinks(const std::vector<uid_t>& linkOwners, const Resolved& resolved, const ioPath& target) {
+    if (linkOwners.empty()) {
+        return;
+    }
+    const uid_t saver = ::geteuid();
+    const uid_t owner = OwnerOf(resolved, target);
+    for (const uid_t linkOwner : linkOwners) {
+        if (linkOwner != saver && linkOwner != 0 && linkOwner != owner) {
+            Throw(target, SaveError::UntrustedLink);
+        }
     }
 }
 
@@ -159,6 +196,7 @@ Resolved Resolve(const ioPath& target) {
     std::string path = static_cast<const boost::filesystem::path&>(target).native();
     Resolved resolved;
     Descriptor base;  // the folder of the previous link, which a relative link starts from
+    std::vector<uid_t> linkOwners;
     for (int links = 0;; ++links) {
         if (path.empty()) {
             ThrowErrno(target, ENOENT);
@@ -184,17 +222,25 @@ Resolved Resolve(const ioPath& target) {
                 ThrowErrno(target, errno);
             }
             resolved.exists = false;
+            RequireTrustedLinks(linkOwners, resolved, target);
             return resolved;
         }
         resolved.exists = true;
         if (!S_ISLNK(resolved.entry.st_mode)) {
+            RequireTrustedLinks(linkOwners, resolved, target);
             return resolved;
         }
         if (links == kMaxLinks) {
             ThrowErrno(target, ELOOP);
         }
-        path = ReadLink(opened.fd, resolved.name, target);
-        base = std::move(resolved.folder);
+        std::string text;
+        if (ReadLink(opened.fd, resolved.name, target, &text)) {
+            linkOwners.push_back(resolved.entry.st_uid);
+            path = std::move(text);
+            base = std::move(resolved.folder);
+        }
+        // Otherwise the link was replaced meanwhile: the same entry is
+        // looked at again.
     }
 }
 

@@ -130,6 +130,9 @@ enum class SaveError {
     TargetIsDevice,
     /// "is a socket, which a save would replace with a regular file"
     TargetIsSocket,
+    /// "is a link of another user to a file that is not theirs, which a save
+    /// does not follow"
+    UntrustedLink,
     /// "its owner cannot be given to the new file, so a save would change it"
     OwnerCannotBeKept,
     /// "its group cannot be given to the new file, so a save would change it"
@@ -161,10 +164,12 @@ boost::system::error_code make_error_code(SaveError error) noexcept;
 ///
 /// Create resolves the target once: a symbolic link in its place is
 /// followed (up to 40 in a row), a dangling one too, so that the file is
-/// made where the link points. From then on everything happens in the
-/// target's folder as Create opened it, never through the path again: a
-/// link swapped in later is at most an entry that the rename replaces;
-/// nothing is written through it.
+/// made where the link points; but only a link of the user saving, of root
+/// or of the owner of what it leads to, so that another user's link cannot
+/// aim a save at a file that is not theirs. From then on everything happens
+/// in the target's folder as Create opened it, never through the path
+/// again: a link swapped in later is at most an entry that the rename
+/// replaces; nothing is written through it.
 ///
 /// What is written goes to a temporary file in that folder, so that the
 /// final rename never crosses file systems. The temporary file is private
@@ -205,7 +210,8 @@ public:
     /// when the folder is missing or not writable (ENOENT, EACCES, EROFS),
     /// the target cannot be read (EACCES: what it carries could not be
     /// kept), is a folder (EISDIR) or ends a chain of more than 40 links
-    /// (ELOOP); a SaveError when it is a FIFO, a device or a socket, or its
+    /// (ELOOP); a SaveError when it is a FIFO, a device or a socket, is
+    /// reached through a link that is not followed (UntrustedLink), or its
     /// owner, group, mode, ACL or an extended attribute cannot be given to
     /// the new file. Throws std::bad_alloc when memory runs out.
     static boost::intrusive_ptr<AtomicFileDataOutput> Create(const ioPath& target);
