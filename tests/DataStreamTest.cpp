@@ -37,18 +37,7 @@ namespace fs = boost::filesystem;
 
 namespace {
 
-class DataStreamTest : public TarselTest::TempFolderTest {
-protected:
-    // The names in the folder, sorted: what a save left behind.
-    std::vector<std::string> Entries() const {
-        std::vector<std::string> names;
-        for (const fs::directory_entry& entry : fs::directory_iterator(m_dir)) {
-            names.push_back(entry.path().filename().string());
-        }
-        std::sort(names.begin(), names.end());
-        return names;
-    }
-};
+class DataStreamTest : public TarselTest::TempFolderTest {};
 
 // GetSize, then one Read of that size: how the serializer and the digest read.
 std::string ReadAsTheLibraryDoes(IDataInput& input) {

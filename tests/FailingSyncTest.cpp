@@ -58,14 +58,6 @@ protected:
         TempFolderTest::TearDown();
     }
 
-    std::vector<std::string> Entries() const {
-        std::vector<std::string> names;
-        for (const fs::directory_entry& entry : fs::directory_iterator(m_dir)) {
-            names.push_back(entry.path().filename().string());
-        }
-        return names;
-    }
-
     // The line a client shows for what Commit throws; the code in code.
     std::string CommitFailure(const std::string& text, boost::system::error_code* code) {
         const auto output = AtomicFileDataOutput::Create(At("settings.json"));

@@ -52,15 +52,6 @@ protected:
             std::distance(fs::directory_iterator(m_dir / folder), fs::directory_iterator()));
     }
 
-    std::vector<std::string> Entries() const {
-        std::vector<std::string> names;
-        for (const fs::directory_entry& entry : fs::directory_iterator(m_dir)) {
-            names.push_back(entry.path().filename().string());
-        }
-        std::sort(names.begin(), names.end());
-        return names;
-    }
-
     // What a run paused by set's test hook did, and whether it paused.
     struct Paused {
         Result result;

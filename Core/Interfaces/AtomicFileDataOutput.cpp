@@ -265,8 +265,11 @@ void RequireRegularFile(const struct stat& entry, const ioPath& target) {
 // character boundary where it is too long: ".<name>.tarsel-".
 std::string TemporaryStem(const std::string& name) {
     std::size_t kept = std::min(name.size(), kKeptNameBytes);
-    while (kept < name.size() && kept > 0 && (static_cast<unsigned char>(name[kept]) & 0xC0) == 0x80) {
-        --kept;  // inside a UTF-8 sequence: keep none of it
+    // Inside a UTF-8 sequence (at most four bytes long): keep none of it. A
+    // name that is not UTF-8 is cut at most three bytes earlier.
+    const std::size_t earliest = kept > 3 ? kept - 3 : 0;
+    while (kept < name.size() && kept > earliest && (static_cast<unsigned char>(name[kept]) & 0xC0) == 0x80) {
+        --kept;
     }
     return "." + name.substr(0, kept) + kTemporaryMark;
 }
