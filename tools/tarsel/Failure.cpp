@@ -53,12 +53,10 @@ std::string SystemReason(int errorNumber) {
 
 namespace {
 
-// An error code in the user's words: the system's, or a save's refusal
-// (Tarsel::Core::SaveError), which words itself.
+// A file error's code in the user's words, as the library words it: the
+// system's error number, or a save's refusal (Tarsel::Core::SaveError).
 std::string CodeReason(const boost::system::error_code& code) {
-    const bool system =
-        code.category() == boost::system::system_category() || code.category() == boost::system::generic_category();
-    return system ? SystemReason(code.value()) : code.message();
+    return Tarsel::ErrorMessage(boost::filesystem::filesystem_error("", code));
 }
 
 bool StartsCharacter(char byte) {
