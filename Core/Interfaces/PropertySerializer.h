@@ -87,11 +87,13 @@ public:
     // Saves property as Serialize does into the file at path, replacing it
     // all at once through an AtomicFileDataOutput: on any failure the file
     // is left as it was, byte for byte, and no temporary file stays behind.
-    // The new file keeps the old one's permissions. Throws
-    // boost::filesystem::filesystem_error, carrying the path and the
-    // system's error code, when the file cannot be written or replaced
-    // (a read-only folder, a full disk), and std::bad_alloc when the text
-    // does not fit in memory.
+    // The new file keeps the old one's owner, group, mode, ACL and extended
+    // attributes. Throws boost::filesystem::filesystem_error, carrying the
+    // path and an error code, when the file cannot be written or replaced
+    // (a read-only folder, a full disk: the system's error number) or is
+    // refused (a FIFO, an owner that cannot be kept: a SaveError; see
+    // AtomicFileDataOutput), and std::bad_alloc when the text does not fit
+    // in memory.
     static void SerializeToFile(const Property& property, const ioPath& path, bool wrapRoot);
     static void SerializeToFile(const Property& property, const ioPath& path, bool wrapRoot, DoubleText doubleText);
 

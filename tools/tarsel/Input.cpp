@@ -114,7 +114,10 @@ std::shared_ptr<const std::string> ReadText(IDataInput& input) {
 }  // namespace
 
 std::shared_ptr<const std::string> ReadDocumentText(const std::string& file) {
-    const boost::intrusive_ptr<IDataInput> input = OpenInput(file);
+    return ReadDocumentText(file, OpenInput(file));
+}
+
+std::shared_ptr<const std::string> ReadDocumentText(const std::string& file, boost::intrusive_ptr<IDataInput> input) {
     std::shared_ptr<const std::string> text;
     try {
         text = ReadText(*input);
@@ -132,9 +135,13 @@ std::shared_ptr<const std::string> ReadDocumentText(const std::string& file) {
 }
 
 Document LoadDocument(const std::string& file, bool wrap) {
+    return LoadDocument(file, OpenInput(file), wrap);
+}
+
+Document LoadDocument(const std::string& file, boost::intrusive_ptr<IDataInput> input, bool wrap) {
     Document document;
     document.name = DisplayName(file);
-    document.text = ReadDocumentText(file);
+    document.text = ReadDocumentText(file, std::move(input));
     try {
         PropertySerializer::Deserialize(document.tree, new TextInput(document.text), false);
     } catch (...) {

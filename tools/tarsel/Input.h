@@ -33,12 +33,18 @@ struct Document {
 // is not is reported as FILE:LINE:COLUMN "invalid UTF-8", whatever the
 // library would make of it. Failures are reported against file.
 std::shared_ptr<const std::string> ReadDocumentText(const std::string& file);
+// The same, file's text read from input, which was opened on it.
+std::shared_ptr<const std::string> ReadDocumentText(const std::string& file,
+                                                    boost::intrusive_ptr<Tarsel::Core::IDataInput> input);
 
 // Loads file ("-": standard input), the root unwrapped when wrap is set,
 // which requires a root of exactly one member. Failures are reported
 // against file, a JSON text's with the line and column where it fails (see
 // RethrowAbout).
 Document LoadDocument(const std::string& file, bool wrap);
+// The same, file's text read from input, which was opened on it (by the
+// replacement that will save it back, say).
+Document LoadDocument(const std::string& file, boost::intrusive_ptr<Tarsel::Core::IDataInput> input, bool wrap);
 
 // Standard output through one large buffer: the library's tree printer
 // flushes after every line, which would otherwise cost a write per line.
