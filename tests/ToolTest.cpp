@@ -4,6 +4,7 @@
 #include <Core/Interfaces/PropertySerializer.h>
 #include <Core/Interfaces/Version.h>
 
+#include "support/FileAttributes.h"
 #include "support/TempFolder.h"
 #include "support/ToolProcess.h"
 
@@ -12,12 +13,18 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <functional>
 #include <iterator>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -43,6 +50,41 @@ protected:
     std::size_t EntryCount(const std::string& folder) const {
         return static_cast<std::size_t>(
             std::distance(fs::directory_iterator(m_dir / folder), fs::directory_iterator()));
+    }
+
+    // What a run paused by set's test hook did, and whether it paused.
+    struct Paused {
+        Result result;
+        bool paused;
+    };
+
+    // Runs args with set paused between its write and its rename (its hook
+    // TARSEL_TEST_PAUSE, a FIFO), calls during there, then lets it go on. A
+    // set that never pauses is reported as such instead of hanging.
+    Paused RunPaused(const std::vector<std::string>& args, const std::function<void()>& during, Launch launch = {}) {
+        const std::string fifo = Aside("pause").string();
+        fs::remove(fifo);
+        EXPECT_EQ(mkfifo(fifo.c_str(), 0666), 0);
+        EXPECT_EQ(chmod(fifo.c_str(), 0666), 0);  // for a set run as nobody
+        launch.extraEnvironment.push_back("TARSEL_TEST_PAUSE=" + fifo);
+        Paused paused{{-1, "", ""}, false};
+        std::atomic<bool> ended{false};
+        int unblock = -1;
+        std::thread tool([&] {
+            paused.result = Run(args, launch);
+            ended = true;
+            // Lets the open below return when set never opened the FIFO.
+            unblock = open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+        });
+        const int release = open(fifo.c_str(), O_WRONLY | O_CLOEXEC);
+        paused.paused = !ended;
+        if (paused.paused) {
+            during();  // set waits in its read of the FIFO until it is closed
+        }
+        close(release);
+        tool.join();
+        close(unblock);
+        return paused;
     }
 
 private:
@@ -126,6 +168,14 @@ TEST_F(ToolTest, EachInputGivesItsExitStatusAndAtMostOneErrorLineNamingTheFile) 
          "tarsel md5: too many arguments; usage: tarsel md5 FILE [--stop MARKER]\n"},
         {{"set", "-", "a", "1"}, "", false, 2, "",
          "tarsel set: set saves FILE back, so FILE cannot be standard input\n"},
+        {{"set", "settings.json", "a", "1", "--wait", "-1"}, "", false, 2, "",
+         "tarsel set: --wait takes whole seconds from 0 to 86400, not '-1'\n"},
+        {{"set", "settings.json", "a", "1", "--wait", "86401"}, "", false, 2, "",
+         "tarsel set: --wait takes whole seconds from 0 to 86400, not '86401'\n"},
+        {{"set", "settings.json", "a", "1", "--wait", "99999999999999999999"}, "", false, 2, "",
+         "tarsel set: --wait takes whole seconds from 0 to 86400, not '99999999999999999999'\n"},
+        {{"set", "settings.json", "a", "1", "--wait", "0.5"}, "", false, 2, "",
+         "tarsel set: --wait takes whole seconds from 0 to 86400, not '0.5'\n"},
         {{"ratio", "0.333", "--max", "-1"}, "", false, 2, "",
          "tarsel ratio: the largest denominator must be 1 or more\n"},
         {{"freename", "", "--ext", "mkv"}, "", false, 2, "", "tarsel freename: PATH must not be empty\n"},
@@ -147,14 +197,32 @@ TEST_F(ToolTest, EachInputGivesItsExitStatusAndAtMostOneErrorLineNamingTheFile) 
     }
 }
 
+// A name too long to show whole keeps its first 100 and last 40
+// characters, never part of one, and says how many characters it has.
 TEST_F(ToolTest, ANameTooLongIsReportedAsSuchOnOneLine) {
-    const std::string name = std::string(2000, 'n');
-    const Result result = Run({"freename", name, "--ext", "txt"});
-    EXPECT_EQ(result.status, 3);
-    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
-    EXPECT_EQ(result.err.rfind("tarsel: nnnn", 0), 0u) << result.err;
-    const std::string end = "(2004 characters): the name is too long for the file system\n";
-    EXPECT_EQ(result.err.substr(result.err.size() - end.size()), end) << result.err;
+    std::string accented = "x";
+    for (int i = 0; i < 1000; ++i) {
+        accented += "\xC3\xA9";  // U+00E9, two bytes, each starting at an odd byte
+    }
+    const struct {
+        std::string name;
+        std::string start;
+        std::string end;
+    } cases[] = {
+        {std::string(2000, 'n'), "tarsel: " + std::string(100, 'n') + "...",
+         std::string(36, 'n') + ".txt (2004 characters): the name is too long for the file system\n"},
+        {accented, "tarsel: " + accented.substr(0, 199) + "...",
+         accented.substr(accented.size() - 72) + ".txt (1005 characters): the name is too long for the file system\n"},
+    };
+    for (const auto& c : cases) {
+        const Result result = Run({"freename", c.name, "--ext", "txt"});
+        EXPECT_EQ(result.status, 3);
+        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+        EXPECT_EQ(result.err.rfind(c.start, 0), 0u) << result.err;
+        ASSERT_GE(result.err.size(), c.end.size());
+        EXPECT_EQ(result.err.substr(result.err.size() - c.end.size()), c.end) << result.err;
+        EXPECT_EQ(result.err.size(), c.start.size() + c.end.size()) << result.err;
+    }
 }
 
 TEST_F(ToolTest, Md5OfAProcFileIsItsWholeContent) {
@@ -526,14 +594,28 @@ TEST_F(ToolTest, SetRefusesWhatReplacingWouldDamage) {
     const struct {
         std::string file;
         bool unprivileged;
+        bool rootMakesIt;  // another user's file or link
         std::string err;
     } cases[] = {
-        {"pipe.json", false, "tarsel: pipe.json: cannot set: it is a FIFO, not a regular file\n"},
-        {"linked.json", false,
+        {"pipe.json", false, false, "tarsel: pipe.json: cannot set: it is a FIFO, not a regular file\n"},
+        {"linked.json", false, false,
          "tarsel: linked.json: cannot set: it has 1 other hard link, which replacing it would split off\n"},
-        {"open/readonly.json", true, "tarsel: open/readonly.json: cannot set: permission denied\n"},
-        {"open/theirs.json", true,
+        {"open/readonly.json", true, true, "tarsel: open/readonly.json: cannot set: you may not write this file\n"},
+        {"open/theirs.json", true, true,
          "tarsel: open/theirs.json: cannot set: it belongs to another user, and replacing it would make it yours\n"},
+        // The user's own file in a group the user is not in.
+        {"open/group.json", true, true,
+         "tarsel: open/group.json: cannot set: its group is one you are not in, and replacing it would give it "
+         "yours\n"},
+        // A folder the user may write but not read cannot be locked.
+        {"dropbox/settings.json", true, true,
+         "tarsel: dropbox/settings.json: cannot set: you may write in its folder " + fs::canonical(m_dir).string() +
+             "/dropbox but not read it, and set must read a folder to lock it against "
+             "other sets\n"},
+        // Root, through nobody's link to root's own file.
+        {"open/foreign.json", false, true,
+         "tarsel: open/foreign.json: cannot set: is a link of another user to a file that is not theirs, which a "
+         "save does not follow\n"},
     };
     // A folder anyone may write, holding files of this test's user.
     fs::create_directory(At("open"));
@@ -542,8 +624,20 @@ TEST_F(ToolTest, SetRefusesWhatReplacingWouldDamage) {
     ASSERT_EQ(chmod(At("open/readonly.json").c_str(), 0644), 0);
     WriteFile("open/theirs.json", original);
     ASSERT_EQ(chmod(At("open/theirs.json").c_str(), 0666), 0);
+    WriteFile("open/group.json", original);
+    ASSERT_EQ(chmod(At("open/group.json").c_str(), 0666), 0);
+    fs::create_directory(At("dropbox"));
+    WriteFile("dropbox/settings.json", original);
+    ASSERT_EQ(chmod(At("dropbox/settings.json").c_str(), 0666), 0);
+    ASSERT_EQ(chmod(At("dropbox").c_str(), 0733), 0);
+    if (geteuid() == 0) {
+        ASSERT_EQ(chown(At("open/group.json").c_str(), 65534, 0), 0);
+        ASSERT_EQ(chown(At("dropbox/settings.json").c_str(), 65534, 65534), 0);
+        fs::create_symlink(At("linked.json"), At("open/foreign.json"));
+        ASSERT_EQ(lchown(At("open/foreign.json").c_str(), 65534, 65534), 0);
+    }
     for (const auto& c : cases) {
-        if (c.unprivileged && geteuid() != 0) {
+        if (c.rootMakesIt && geteuid() != 0) {
             continue;  // another user's file needs root to make
         }
         Launch launch;
@@ -555,8 +649,9 @@ TEST_F(ToolTest, SetRefusesWhatReplacingWouldDamage) {
             EXPECT_EQ(ReadFile(c.file), original) << c.file;
         }
     }
-    EXPECT_EQ(EntryCount(""), 4u);  // the FIFO, the two links and the folder: no temporary file
-    EXPECT_EQ(EntryCount("open"), 2u);
+    EXPECT_EQ(EntryCount(""), 5u);  // the FIFO, the two links and the folders: no temporary file
+    EXPECT_EQ(EntryCount("open"), geteuid() == 0 ? 4u : 3u);
+    EXPECT_EQ(EntryCount("dropbox"), 1u);
 }
 
 TEST_F(ToolTest, SetThatCannotSaveLeavesTheFileByteForByte) {
@@ -573,7 +668,8 @@ TEST_F(ToolTest, SetThatCannotSaveLeavesTheFileByteForByte) {
     ASSERT_EQ(chmod(At("locked").c_str(), 0555), 0);
     const Result readOnly = Run({"set", "locked/settings.json", "video/width", "1"}, asUser);
     EXPECT_EQ(readOnly.status, 3);
-    EXPECT_EQ(readOnly.err, "tarsel: locked/settings.json: cannot save: permission denied\n");
+    EXPECT_EQ(readOnly.err, "tarsel: locked/settings.json: cannot set: you may not write in its folder " +
+                                fs::canonical(m_dir).string() + "/locked\n");
     ASSERT_EQ(chmod(At("locked").c_str(), 0755), 0);
     EXPECT_EQ(ReadFile("locked/settings.json"), original);
     EXPECT_EQ(EntryCount("locked"), 1u);
@@ -587,6 +683,138 @@ TEST_F(ToolTest, SetThatCannotSaveLeavesTheFileByteForByte) {
     EXPECT_EQ(interrupted.err, "tarsel: locked/settings.json: cannot save: the file would exceed the allowed size\n");
     EXPECT_EQ(ReadFile("locked/settings.json"), original);
     EXPECT_EQ(EntryCount("locked"), 1u);
+}
+
+// set records the file at its read and renames only over that file,
+// unchanged: what took its place or changed it since is left as it is,
+// and nothing is written through a link.
+TEST_F(ToolTest, AFileSwappedOrChangedBeforeSetsRenameIsLeftAndNothingWritten) {
+    const std::string secret = (Aside("other") / "secret.json").string();
+    const std::string changed = std::string(kSettings).replace(10, 4, "rate");  // the same size
+    const struct {
+        const char* what;
+        std::function<void()> action;
+        std::string left;  // what settings.json then holds
+    } cases[] = {
+        {"a link to another folder's file",
+         [&] {
+             fs::rename(At("settings.json"), At("moved.json"));
+             fs::create_symlink(secret, At("settings.json"));
+         },
+         "{\"secret\":1}"},
+        {"a change in place", [&] { std::ofstream(At("settings.json"), std::ios::in) << changed; }, changed},
+    };
+    fs::create_directory(Aside("other"));
+    for (const auto& c : cases) {
+        fs::remove(At("moved.json"));
+        fs::remove(At("settings.json"));
+        WriteFile("settings.json", kSettings);
+        std::ofstream(secret, std::ios::trunc) << "{\"secret\":1}";
+        const Paused run = RunPaused({"set", "settings.json", "video/width", "1"}, c.action);
+        EXPECT_TRUE(run.paused) << c.what << ": set did not stop at its hook";
+        EXPECT_EQ(run.result.status, 3) << c.what;
+        EXPECT_EQ(run.result.err, "tarsel: settings.json: changed while it was being edited; nothing written\n")
+            << c.what;
+        EXPECT_EQ(ReadFile("settings.json"), c.left) << c.what;
+        std::ifstream in(secret);
+        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()), "{\"secret\":1}")
+            << c.what;
+        for (const std::string& name : Entries()) {
+            EXPECT_TRUE(name == "settings.json" || name == "moved.json") << c.what << ": " << name;
+        }
+    }
+}
+
+// While set saves a file only its owner may read, no entry of its folder
+// can be read by another user.
+TEST_F(ToolTest, NoEntryOfTheFolderIsReadableByAnotherUserWhileSetSavesASecret) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs root, to read as another user";
+    }
+    WriteFile("secret.json", R"({"password":"old"})");
+    ASSERT_EQ(chmod(At("secret.json").c_str(), 0600), 0);
+    std::vector<std::string> seen;
+    std::vector<std::string> readable;
+    const Paused run = RunPaused({"set", "secret.json", "password", "new"}, [&] {
+        Launch asNobody;
+        asNobody.unprivileged = true;
+        for (const std::string& name : Entries()) {
+            seen.push_back(name);
+            if (Run({"md5", name}, asNobody).status == 0) {
+                readable.push_back(name);
+            }
+        }
+    });
+    EXPECT_TRUE(run.paused) << "set did not stop at its hook";
+    EXPECT_EQ(run.result.status, 0) << run.result.err;
+    EXPECT_FALSE(seen.empty());
+    EXPECT_EQ(readable, std::vector<std::string>{});
+    EXPECT_EQ(ReadFile("secret.json"), R"({"password":"new"})");
+    struct stat info {};
+    ASSERT_EQ(stat(At("secret.json").c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 07777, 0600u);
+}
+
+TEST_F(ToolTest, SetKeepsExtendedAttributesAndTheAcl) {
+    WriteFile("settings.json", kSettings);
+    if (!TarselTest::SetAttribute(At("settings.json"), "user.tarsel.tag", "blue") ||
+        !TarselTest::GrantUserAccess(At("settings.json"), 65534)) {
+        GTEST_SKIP() << "the test folder's file system holds no extended attributes or ACLs here: "
+                     << std::strerror(errno);
+    }
+    const std::string acl = TarselTest::AclOf(At("settings.json"));
+    const Result result = Run({"set", "settings.json", "video/width", "1"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(TarselTest::AttributeOf(At("settings.json"), "user.tarsel.tag"), std::string("blue"));
+    EXPECT_EQ(TarselTest::AclOf(At("settings.json")), acl);
+    EXPECT_EQ(Run({"get", "settings.json", "video/width"}).out, "1\n");
+}
+
+// Temporary files that killed saves left (where they have names) are
+// removed by the next set of that file, under its lock; others' stay.
+TEST_F(ToolTest, SetRemovesTheLeftoversOfTheFileItEdits) {
+    WriteFile("settings.json", kSettings);
+    WriteFile(".settings.json.tarsel-a1B2c3", "leftover");
+    WriteFile(".other.json.tarsel-a1B2c3", "another file's");
+    const Result result = Run({"set", "settings.json", "video/width", "1"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(Entries(), (std::vector<std::string>{".other.json.tarsel-a1B2c3", "settings.json"}));
+}
+
+TEST_F(ToolTest, SetSavesAFileWhoseNameIsAsLongAsTheFileSystemAllows) {
+    std::string name = "x";
+    while (name.size() < 255) {
+        name += "\xC3\xA9";  // byte 240 falls inside a character
+    }
+    WriteFile(name, kSettings);
+    const Result result = Run({"set", name, "video/width", "1"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(Run({"get", name, "video/width"}).out, "1\n");
+    EXPECT_EQ(Entries(), std::vector<std::string>{name});
+}
+
+// Anyone who may read a folder may lock it: set waits for the lock at most
+// --wait seconds (10 by default), says after a second that it waits, and
+// gives up naming the folder.
+TEST_F(ToolTest, SetWaitsForAnotherProcesssLockOnTheFolderAtMostWaitSeconds) {
+    WriteFile("settings.json", kSettings);
+    const std::string folder = fs::canonical(m_dir).string();
+    const int lock = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    ASSERT_GE(lock, 0);
+    ASSERT_EQ(flock(lock, LOCK_EX), 0);
+    const Result now = Run({"set", "settings.json", "video/width", "1", "--wait", "0"});
+    EXPECT_EQ(now.status, 3);
+    EXPECT_EQ(now.err, "tarsel: settings.json: cannot set: another process holds the lock on its folder " + folder +
+                           " (see --wait)\n");
+    const Result later = Run({"set", "settings.json", "video/width", "1", "--wait", "2"});
+    EXPECT_EQ(later.status, 3);
+    EXPECT_EQ(later.err,
+              "tarsel: waiting for another process's lock on " + folder +
+                  "\ntarsel: settings.json: cannot set: another process still holds the lock on its folder " + folder +
+                  " after 2 seconds (see --wait)\n");
+    EXPECT_EQ(ReadFile("settings.json"), kSettings);
+    close(lock);
+    EXPECT_EQ(Run({"set", "settings.json", "video/width", "1", "--wait", "0"}).status, 0);
 }
 
 TEST_F(ToolTest, DiffLibraryUsesTheLibrarysEqualityAndPrintsTheFirstDifference) {

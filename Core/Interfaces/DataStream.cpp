@@ -1,5 +1,5 @@
-// This file implements the memory and file byte streams, and the atomic
-// replacement of a file.
+// This file implements the memory and file byte streams; the atomic
+// replacement of a file is in AtomicFileDataOutput.cpp.
 #include <Core/Interfaces/DataStream.h>
 
 #include <boost/filesystem/exception.hpp>
@@ -12,10 +12,8 @@
 #include <cstring>
 #include <memory>
 #include <new>
-#include <random>
 #include <utility>
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -42,12 +40,6 @@ std::FILE* OpenOrThrow(const ioPath& path, const char* mode, const char* what) {
 struct CloseFile {
     void operator()(std::FILE* file) const noexcept { std::fclose(file); }
 };
-
-// The path's text without a copy: what cleanup code passes to the system,
-// which must not fail for want of memory.
-const char* NativeText(const ioPath& path) noexcept {
-    return static_cast<const boost::filesystem::path&>(path).c_str();
-}
 
 }  // namespace
 
@@ -186,158 +178,6 @@ void FileDataOutput::Close() {
     m_file = nullptr;
     if (failed || closeFailed) {
         ThrowFileError("FileDataOutput: cannot write the file", m_path, closeFailed ? errno : (error ? error : EIO));
-    }
-}
-
-// --- Atomic replacement ------------------------------------------------------
-
-namespace {
-
-constexpr const char* kCannotReplace = "AtomicFileDataOutput: cannot replace the file";
-
-// The file a save replaces: the one a symbolic link names, when it exists.
-ioPath ResolveTarget(const ioPath& target) {
-    boost::system::error_code error;
-    if (boost::filesystem::is_symlink(target, error)) {
-        const boost::filesystem::path resolved = boost::filesystem::canonical(target, error);
-        if (!error) {
-            return resolved;
-        }
-    }
-    return target;
-}
-
-// Opens a new file ".<name>.tarsel-XXXXXX" beside target, created with the
-// mode any new file gets (the umask applies). Returns the file and its path.
-std::pair<int, ioPath> CreateTemporaryBeside(const ioPath& target) {
-    static constexpr char kLetters[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
-    std::random_device entropy;
-    std::mt19937 generator(entropy());
-    std::uniform_int_distribution<std::size_t> pick(0, sizeof kLetters - 2);
-    const std::string stem = "." + target.filename().utf8string() + ".tarsel-";
-    for (int attempt = 0; attempt < 100; ++attempt) {
-        std::string name = stem;
-        for (int i = 0; i < 6; ++i) {
-            name += kLetters[pick(generator)];
-        }
-        ioPath temporary = target.parent_path() / name;
-        const int fd = ::open(NativeText(temporary), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-        if (fd >= 0) {
-            return {fd, std::move(temporary)};  // a move cannot fail and leave the file behind
-        }
-        if (errno != EEXIST) {
-            ThrowFileError(kCannotReplace, target, errno);
-        }
-    }
-    ThrowFileError(kCannotReplace, target, EEXIST);
-}
-
-}  // namespace
-
-boost::intrusive_ptr<AtomicFileDataOutput> AtomicFileDataOutput::Create(const ioPath& target) {
-    const ioPath resolved = ResolveTarget(target);
-    boost::system::error_code error;
-    if (boost::filesystem::is_directory(resolved, error)) {
-        ThrowFileError(kCannotReplace, target, EISDIR);
-    }
-    const auto [fd, temporary] = CreateTemporaryBeside(resolved);
-    std::FILE* file = ::fdopen(fd, "wb");
-    if (file == nullptr) {
-        const int openError = errno;
-        ::close(fd);
-        ::unlink(NativeText(temporary));
-        ThrowFileError(kCannotReplace, target, openError);
-    }
-    try {
-        return boost::intrusive_ptr<AtomicFileDataOutput>(new AtomicFileDataOutput(file, resolved, temporary));
-    } catch (...) {
-        // Out of memory for the stream: no open file, no temporary left.
-        std::fclose(file);
-        ::unlink(NativeText(temporary));
-        throw;
-    }
-}
-
-AtomicFileDataOutput::AtomicFileDataOutput(std::FILE* file, const ioPath& target, const ioPath& temporary)
-    : m_file(file), m_target(target), m_temporary(temporary) {}
-
-AtomicFileDataOutput::~AtomicFileDataOutput() {
-    Discard();
-}
-
-std::size_t AtomicFileDataOutput::Write(const void* data, std::size_t size) {
-    if (m_file == nullptr || m_writeError != 0) {
-        return 0;
-    }
-    errno = 0;
-    const std::size_t written = std::fwrite(data, 1, size, m_file);
-    if (written < size) {
-        m_writeError = errno != 0 ? errno : EIO;
-    }
-    return written;
-}
-
-void AtomicFileDataOutput::Commit() {
-    // Taken first: once the rename is done, nothing may fail for want of
-    // memory and report a replaced file as not replaced.
-    const ioPath folder = m_target.parent_path();
-    int error = m_file == nullptr ? EBADF : m_writeError;
-    if (error == 0) {
-        error = FinishWriting();
-    }
-    if (error == 0 && std::rename(NativeText(m_temporary), NativeText(m_target)) != 0) {
-        error = errno;
-    }
-    if (error != 0) {
-        Discard();
-        ThrowFileError(kCannotReplace, m_target, error);
-    }
-    m_temporary.clear();
-    // The rename itself reaches the disk when the folder does; a folder that
-    // cannot be synced leaves the new content in place all the same.
-    const int folderFd = ::open(folder.empty() ? "." : NativeText(folder), O_RDONLY | O_CLOEXEC);
-    if (folderFd >= 0) {
-        ::fsync(folderFd);
-        ::close(folderFd);
-    }
-}
-
-int AtomicFileDataOutput::FinishWriting() {
-    int error = 0;
-    if (std::fflush(m_file) != 0 || ::fsync(fileno(m_file)) != 0) {
-        error = errno;
-    }
-    if (error == 0) {
-        error = TakeTargetAttributes();
-    }
-    const int closeResult = std::fclose(m_file);
-    m_file = nullptr;
-    if (error == 0 && closeResult != 0) {
-        error = errno;
-    }
-    return error;
-}
-
-int AtomicFileDataOutput::TakeTargetAttributes() {
-    struct stat target {};
-    if (::stat(NativeText(m_target), &target) != 0) {
-        return errno == ENOENT ? 0 : errno;
-    }
-    const int fd = fileno(m_file);
-    // Only an owner the process may give; changing the owner first, since
-    // that clears the set-user-ID bits that fchmod then restores.
-    (void)::fchown(fd, target.st_uid, target.st_gid);
-    return ::fchmod(fd, target.st_mode & 07777) == 0 ? 0 : errno;
-}
-
-void AtomicFileDataOutput::Discard() noexcept {
-    if (m_file != nullptr) {
-        std::fclose(m_file);
-        m_file = nullptr;
-    }
-    if (!m_temporary.empty()) {
-        ::unlink(NativeText(m_temporary));
-        m_temporary.clear();
     }
 }
 

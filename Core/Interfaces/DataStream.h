@@ -8,10 +8,13 @@
 #include <Core/Interfaces/RefCount.h>
 
 #include <boost/intrusive_ptr.hpp>
+#include <boost/system/error_code.hpp>
 
 #include <cstddef>
 #include <cstdio>
+#include <memory>
 #include <string>
+#include <type_traits>
 
 namespace Tarsel::Core {
 
@@ -116,52 +119,154 @@ private:
     ioPath m_path;
 };
 
-// Replaces a file all at once or not at all, as a settings file must be (one
-// half written by a crash is a lost setting). What is written goes to a
-// temporary file in the target's folder, ".<name>.tarsel-XXXXXX", so that the
-// final rename never crosses file systems; Commit makes it the target. Until
-// Commit succeeds the target is untouched byte for byte, and an object
-// released without a successful Commit removes its temporary file. Only a
-// crash of the process can leave a temporary file behind, never a half
-// written target. A symbolic link to an existing file is followed: the file
-// it names is replaced and the link stays.
-//
-// Create throws boost::filesystem::filesystem_error, carrying the target's
-// path and the system's error code, when the temporary file cannot be made
-// (a missing or read-only folder, say) or the target is a directory.
+/// Why a save was refused or failed where no error number of the system
+/// says it: the code of the boost::filesystem::filesystem_error that
+/// AtomicFileDataOutput throws, in SaveErrorCategory(), so that a client
+/// may compare e.code() with a SaveError. Tarsel::ErrorMessage words each.
+enum class SaveError {
+    /// "is a FIFO, which a save would replace with a regular file"
+    TargetIsFifo = 1,
+    /// "is a device, which a save would replace with a regular file"
+    TargetIsDevice,
+    /// "is a socket, which a save would replace with a regular file"
+    TargetIsSocket,
+    /// "is a link of another user to a file that is not theirs, which a save
+    /// does not follow"
+    UntrustedLink,
+    /// "its owner cannot be given to the new file, so a save would change it"
+    OwnerCannotBeKept,
+    /// "its group cannot be given to the new file, so a save would change it"
+    GroupCannotBeKept,
+    /// "its permissions cannot be given to the new file, so a save would change them"
+    ModeCannotBeKept,
+    /// "an extended attribute or its ACL cannot be given to the new file, so a
+    /// save would lose it"
+    AttributeCannotBeKept,
+    /// "another program replaced, removed or created it during the save;
+    /// nothing was written"
+    TargetReplaced,
+    /// "another program changed it during the save; nothing was written"
+    TargetChanged,
+    /// "the new content is in place, but its folder could not be synced: it
+    /// may not survive a power loss"
+    NotDurable,
+};
+
+/// The category of SaveError codes; its name is "tarsel save".
+const boost::system::error_category& SaveErrorCategory() noexcept;
+/// The code of error in SaveErrorCategory().
+boost::system::error_code make_error_code(SaveError error) noexcept;
+
+/// Replaces a file all at once or not at all, as a settings file must be
+/// (one half written by a crash is a lost setting), and keeps what the file
+/// carries besides its bytes. The one routine of the library that replaces
+/// a file: SerializeToFile writes through it.
+///
+/// Create resolves the target once: a symbolic link in its place is
+/// followed (up to 40 in a row), a dangling one too, so that the file is
+/// made where the link points; but only a link of the user saving, of root
+/// or of the owner of what it leads to, so that another user's link cannot
+/// aim a save at a file that is not theirs. From then on everything happens
+/// in the target's folder as Create opened it, never through the path
+/// again: a link swapped in later is at most an entry that the rename
+/// replaces; nothing is written through it.
+///
+/// What is written goes to a temporary file in that folder, so that the
+/// final rename never crosses file systems. The temporary file is private
+/// from its first byte: on Linux, where the file system allows, it has no
+/// name until Commit (a crash leaves nothing); elsewhere it is named
+/// ".<name>.tarsel-XXXXXX" (name cut to its first 240 bytes at a UTF-8
+/// character boundary, so that any name the file system allows saves; six
+/// random letters or digits), created 0600. Before its first byte it gets
+/// the target's owner, group, mode (set-user-ID, set-group-ID and sticky
+/// bits included), ACL and extended attributes; what cannot be given
+/// refuses the save. A new file gets the mode any new file gets.
+///
+/// Until Commit succeeds the target is untouched byte for byte, and an
+/// object released without a successful Commit removes its temporary file.
+/// A file with other hard links is replaced: the new file is the target's
+/// alone, and the other links keep the old content. Only a crash can leave
+/// a named temporary file behind (RemoveLeftovers removes it), never a half
+/// written target.
+///
+/// Thread safety: one object is used by one thread at a time.
 class AtomicFileDataOutput : public RefCounted<IDataOutput> {
 public:
+    /// What Commit requires of the target, besides being the file Create
+    /// found (the same device and inode, or still no file at all).
+    enum class TargetCheck {
+        /// Only that.
+        SameFile,
+        /// Also unchanged since Create: the same size, modification time
+        /// and change time, to the nanosecond where the file system keeps
+        /// them. For an editor that read the file after Create (ReadTarget)
+        /// and must not overwrite a change made in place since.
+        Unchanged,
+    };
+
+    /// Opens a save of target, checked with TargetCheck::SameFile.
+    /// Throws boost::filesystem::filesystem_error carrying target and an
+    /// error code, before anything is written: the system's error number
+    /// when the folder is missing or not writable (ENOENT, EACCES, EROFS),
+    /// the target cannot be read (EACCES: what it carries could not be
+    /// kept), is a folder (EISDIR) or ends a chain of more than 40 links
+    /// (ELOOP); a SaveError when it is a FIFO, a device or a socket, is
+    /// reached through a link that is not followed (UntrustedLink), or its
+    /// owner, group, mode, ACL or an extended attribute cannot be given to
+    /// the new file. Throws std::bad_alloc when memory runs out.
     static boost::intrusive_ptr<AtomicFileDataOutput> Create(const ioPath& target);
-    // Removes the temporary file unless Commit succeeded.
+    /// The same, Commit checking the target as check says.
+    static boost::intrusive_ptr<AtomicFileDataOutput> Create(const ioPath& target, TargetCheck check);
+    /// Removes the temporary file unless Commit succeeded.
     ~AtomicFileDataOutput() override;
 
-    // Appends to the temporary file. After a failed write it accepts nothing
-    // more, and Commit reports the failure.
+    /// Appends to the temporary file. After a failed write it accepts nothing
+    /// more, and Commit reports the failure.
     std::size_t Write(const void* data, std::size_t size) override;
 
-    // Flushes what was written to the disk, gives the temporary file the
-    // target's permissions (and owner and group, where the process may set
-    // them; a new target gets those of any new file) and renames it over the
-    // target. Throws boost::filesystem::filesystem_error, carrying the
-    // target's path and the system's error code, when a write or any of
-    // these steps failed (a full disk shows here); the target is then
-    // untouched and the temporary file removed. Throws the same, with
-    // EBADF, when called again after it succeeded or failed.
+    /// The whole content of the file being replaced, read from the very file
+    /// that Create found, whatever has become of its path since (Commit
+    /// checks that). Throws boost::filesystem::filesystem_error carrying the
+    /// target's path: ENOENT when there was no file, the system's error
+    /// number when it cannot be read; std::bad_alloc when the content does
+    /// not fit in memory.
+    boost::intrusive_ptr<IDataInput> ReadTarget() const;
+
+    /// Flushes what was written to the disk, gives the temporary file the
+    /// target's owner, group, mode, ACL and extended attributes once more
+    /// (writing drops set-user-ID bits and file capabilities), checks that
+    /// the target is still the file Create found (TargetCheck), renames the
+    /// temporary file over it and syncs the folder. Throws
+    /// boost::filesystem::filesystem_error carrying the target's path: with
+    /// the system's error number when a write or any of these steps failed
+    /// (a full disk shows here), with SaveError::TargetReplaced or
+    /// TargetChanged when the check fails; the target is then untouched and
+    /// the temporary file removed. With SaveError::NotDurable when only the
+    /// sync of the folder failed: the new content is in place, but may not
+    /// survive a power loss. With EBADF when called again after it
+    /// succeeded or failed.
     void Commit();
 
+    /// Removes the temporary files that saves of target killed before they
+    /// ended have left in its folder (the named ones above), and returns how
+    /// many it removed. Call it only where no save of target can be under
+    /// way (tarsel set does, under its lock): it would make that save fail.
+    /// A folder that cannot be listed gives 0. Throws
+    /// boost::filesystem::filesystem_error when the folder cannot be opened.
+    static std::size_t RemoveLeftovers(const ioPath& target);
+
 private:
-    AtomicFileDataOutput(std::FILE* file, const ioPath& target, const ioPath& temporary);
+    // The temporary file, the folder and what Create recorded of the target.
+    struct State;
+    explicit AtomicFileDataOutput(std::unique_ptr<State> state);
 
-    // Closes and removes the temporary file; safe to call twice.
-    void Discard() noexcept;
-    // Each step returns 0, or the errno of its failure.
-    int FinishWriting();
-    int TakeTargetAttributes();
-
-    std::FILE* m_file;
-    ioPath m_target;
-    ioPath m_temporary;
-    int m_writeError = 0;
+    std::unique_ptr<State> m_state;
 };
 
 }  // namespace Tarsel::Core
+
+namespace boost::system {
+/// Lets a SaveError be compared with an error_code and become one.
+template <>
+struct is_error_code_enum<Tarsel::Core::SaveError> : std::true_type {};
+}  // namespace boost::system

@@ -198,7 +198,12 @@ std::string ErrorMessage(const std::exception& e) {
         if (!filesystem->path2().empty()) {
             paths += ", " + filesystem->path2().string();
         }
-        return (paths.empty() ? std::string() : paths + ": ") + SystemErrorWords(filesystem->code().value());
+        // A save's own refusals (SaveError) word themselves.
+        const boost::system::error_code& code = filesystem->code();
+        const bool system =
+            code.category() == boost::system::system_category() || code.category() == boost::system::generic_category();
+        return (paths.empty() ? std::string() : paths + ": ") +
+               (system ? SystemErrorWords(code.value()) : code.message());
     }
     if (const auto* system = dynamic_cast<const std::system_error*>(&e)) {
         const std::error_category& category = system->code().category();

@@ -87,11 +87,13 @@ public:
     // Saves property as Serialize does into the file at path, replacing it
     // all at once through an AtomicFileDataOutput: on any failure the file
     // is left as it was, byte for byte, and no temporary file stays behind.
-    // The new file keeps the old one's permissions. Throws
-    // boost::filesystem::filesystem_error, carrying the path and the
-    // system's error code, when the file cannot be written or replaced
-    // (a read-only folder, a full disk), and std::bad_alloc when the text
-    // does not fit in memory.
+    // The new file keeps the old one's owner, group, mode, ACL and extended
+    // attributes. Throws boost::filesystem::filesystem_error, carrying the
+    // path and an error code, when the file cannot be written or replaced
+    // (a read-only folder, a full disk: the system's error number) or is
+    // refused (a FIFO, an owner that cannot be kept: a SaveError; see
+    // AtomicFileDataOutput), and std::bad_alloc when the text does not fit
+    // in memory.
     static void SerializeToFile(const Property& property, const ioPath& path, bool wrapRoot);
     static void SerializeToFile(const Property& property, const ioPath& path, bool wrapRoot, DoubleText doubleText);
 
@@ -136,12 +138,17 @@ public:
     /// that does not parse in syntax; std::bad_alloc when memory runs out.
     static std::string UpdateText(const Property& property, const std::string& text, bool wrapRoot,
                                   DoubleText doubleText, JsonSyntax syntax);
-    /// UpdateText for the file at path, written through an
-    /// AtomicFileDataOutput (see SerializeToFile). A file that does not
-    /// exist is written as SerializeToFile writes it; one that does not parse
-    /// is refused with the located JsonException and left untouched. Throws
-    /// boost::filesystem::filesystem_error, with the path and the system's
-    /// error code, when the file cannot be read or replaced.
+    /// UpdateText for the file at path, replaced through an
+    /// AtomicFileDataOutput as SerializeToFile replaces it, and read from the
+    /// very file it replaces (AtomicFileDataOutput::ReadTarget). A file that
+    /// does not exist is written as SerializeToFile writes it; one that does
+    /// not parse is refused with the located JsonException and left
+    /// untouched. Throws boost::filesystem::filesystem_error, with the path
+    /// and an error code, when the file cannot be read or replaced (as
+    /// SerializeToFile throws it), and with SaveError::TargetChanged or
+    /// TargetReplaced when another program changed or replaced the file
+    /// between the read and the replacement, which is then left as that
+    /// program made it.
     static void UpdateFile(const Property& property, const ioPath& path, bool wrapRoot, DoubleText doubleText,
                            JsonSyntax syntax);
 

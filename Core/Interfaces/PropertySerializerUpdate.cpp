@@ -567,21 +567,26 @@ std::string PropertySerializer::UpdateText(const Property& property, const std::
 
 void PropertySerializer::UpdateFile(const Property& property, const ioPath& path, bool wrapRoot, DoubleText doubleText,
                                     JsonSyntax syntax) {
+    // The text is read from the very file the save replaces, which must still
+    // be as it was read when it is replaced: a change another program made
+    // in between is never overwritten.
+    const auto output = AtomicFileDataOutput::Create(path, AtomicFileDataOutput::TargetCheck::Unchanged);
     std::string text;
     try {
-        const auto input = FileDataInput::Create(path);
+        const boost::intrusive_ptr<IDataInput> input = output->ReadTarget();
         text.resize(input->GetSize());
         text.resize(input->Read(text.data(), text.size()));
     } catch (const boost::filesystem::filesystem_error& e) {
         if (e.code() != boost::system::errc::no_such_file_or_directory) {
             throw;
         }
-        SerializeToFile(property, path, wrapRoot, doubleText);
+        // No file yet: the plain save.
+        Json::WriteJsonText(property, wrapRoot, doubleText, *output);
+        output->Commit();
         return;
     }
     const std::string updated =
         Json::UpdateJsonText(property, text, wrapRoot, doubleText, syntax, TARSEL_THROW_SITE(Signatures::UpdateFile));
-    const auto output = AtomicFileDataOutput::Create(path);
     output->Write(updated.data(), updated.size());
     output->Commit();
 }

@@ -6,10 +6,12 @@
 #include <boost/filesystem.hpp>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 #include <initializer_list>
 #include <iterator>
 #include <string>
+#include <vector>
 
 namespace TarselTest {
 
@@ -33,6 +35,16 @@ protected:
     std::string ReadFile(const std::string& name) const {
         std::ifstream in(At(name), std::ios::binary);
         return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    }
+
+    // The names in m_dir, sorted: what a test's files and a save left there.
+    std::vector<std::string> Entries() const {
+        std::vector<std::string> names;
+        for (const boost::filesystem::directory_entry& entry : boost::filesystem::directory_iterator(m_dir)) {
+            names.push_back(entry.path().filename().string());
+        }
+        std::sort(names.begin(), names.end());
+        return names;
     }
 
     // A path in the test's folder outside m_dir, for what the test needs but

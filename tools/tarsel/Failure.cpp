@@ -53,14 +53,51 @@ std::string SystemReason(int errorNumber) {
 
 namespace {
 
-// A very long name (freename is given some) is shortened in the middle.
+// A file error's code in the user's words, as the library words it: the
+// system's error number, or a save's refusal (Tarsel::Core::SaveError).
+std::string CodeReason(const boost::system::error_code& code) {
+    return Tarsel::ErrorMessage(boost::filesystem::filesystem_error("", code));
+}
+
+bool StartsCharacter(char byte) {
+    return (static_cast<unsigned char>(byte) & 0xC0) != 0x80;
+}
+
+// The characters (UTF-8 sequences; any byte that starts none counts as
+// one) in text's bytes [begin, end).
+std::size_t Characters(const std::string& text, std::size_t begin, std::size_t end) {
+    std::size_t count = 0;
+    for (std::size_t i = begin; i < end; ++i) {
+        count += StartsCharacter(text[i]) ? 1 : 0;
+    }
+    return count;
+}
+
+// The byte where text's character number index (from 0) starts; the size
+// when there are not that many.
+std::size_t CharacterStart(const std::string& text, std::size_t index) {
+    std::size_t seen = 0;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (StartsCharacter(text[i]) && seen++ == index) {
+            return i;
+        }
+    }
+    return text.size();
+}
+
+// A very long name (freename is given some) is shortened in the middle,
+// whole characters kept, and its length given in characters.
 std::string Elided(const std::string& subject) {
     constexpr std::size_t kLimit = 160;
-    if (subject.size() <= kLimit) {
+    constexpr std::size_t kHead = 100;
+    constexpr std::size_t kTail = 40;
+    const std::size_t characters = Characters(subject, 0, subject.size());
+    if (characters <= kLimit) {
         return subject;
     }
-    return subject.substr(0, 100) + "..." + subject.substr(subject.size() - 40) + " (" +
-           std::to_string(subject.size()) + " characters)";
+    return subject.substr(0, CharacterStart(subject, kHead)) + "..." +
+           subject.substr(CharacterStart(subject, characters - kTail)) + " (" + std::to_string(characters) +
+           " characters)";
 }
 
 // Where the library located a failure to load a text, and why.
@@ -99,13 +136,7 @@ std::size_t CharacterColumn(const std::shared_ptr<const std::string>& text, cons
     if (!text || where.offset > text->size()) {
         return where.column;
     }
-    std::size_t column = 1;
-    for (std::size_t i = lineStart; i < where.offset; ++i) {
-        if ((static_cast<unsigned char>((*text)[i]) & 0xC0) != 0x80) {
-            ++column;
-        }
-    }
-    return column;
+    return 1 + Characters(*text, lineStart, where.offset);
 }
 
 // What loading a document refused, in the user's words, when cause is a
@@ -161,7 +192,7 @@ Report Classify(const std::exception_ptr& error) {
         return ClassifyAbout(e);
     } catch (const boost::filesystem::filesystem_error& e) {
         // The path becomes the subject, which the report may shorten.
-        return {e.path1().string(), SystemReason(e.code().value()), kFailed};
+        return {e.path1().string(), CodeReason(e.code()), kFailed};
     } catch (const std::exception& e) {
         return {"", Tarsel::ErrorMessage(e), kFailed};
     } catch (...) {

@@ -124,7 +124,10 @@ namespace {
 }  // namespace
 
 std::shared_ptr<std::string> ReadDocumentText(const std::string& file) {
-    const boost::intrusive_ptr<IDataInput> input = OpenInput(file);
+    return ReadDocumentText(file, OpenInput(file));
+}
+
+std::shared_ptr<std::string> ReadDocumentText(const std::string& file, boost::intrusive_ptr<IDataInput> input) {
     std::shared_ptr<std::string> text;
     try {
         text = ReadText(*input);
@@ -148,9 +151,13 @@ PropertySerializer::JsonSyntax SyntaxOf(const std::string& file, bool comments) 
 }
 
 Document LoadDocument(const std::string& file, bool wrap) {
+    return LoadDocument(file, OpenInput(file), wrap);
+}
+
+Document LoadDocument(const std::string& file, boost::intrusive_ptr<IDataInput> input, bool wrap) {
     Document document;
     document.name = DisplayName(file);
-    document.text = ReadDocumentText(file);
+    document.text = ReadDocumentText(file, std::move(input));
     try {
         PropertySerializer::Deserialize(document.tree, new TextInput(document.text), false);
     } catch (...) {

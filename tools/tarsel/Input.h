@@ -36,6 +36,9 @@ struct Document {
 // hold", whatever the library would make of it (it reads a text up to its
 // first zero byte). Failures are reported against file.
 std::shared_ptr<std::string> ReadDocumentText(const std::string& file);
+// The same, file's text read from input, which was opened on it.
+std::shared_ptr<std::string> ReadDocumentText(const std::string& file,
+                                              boost::intrusive_ptr<Tarsel::Core::IDataInput> input);
 
 // The syntax to read file in: JSON with comments for a ".jsonc" file or
 // when asked for, strict JSON otherwise.
@@ -46,6 +49,9 @@ Tarsel::Core::PropertySerializer::JsonSyntax SyntaxOf(const std::string& file, b
 // against file, a JSON text's with the line and column where it fails (see
 // RethrowAbout).
 Document LoadDocument(const std::string& file, bool wrap);
+// The same, file's text read from input, which was opened on it (by the
+// replacement that will save it back, say).
+Document LoadDocument(const std::string& file, boost::intrusive_ptr<Tarsel::Core::IDataInput> input, bool wrap);
 
 // Standard output through one large buffer: the library's tree printer
 // flushes after every line, which would otherwise cost a write per line.

@@ -4,6 +4,7 @@
 // time, and refuses what a replacement would damage.
 #include "Command.h"
 #include "Failure.h"
+#include "FolderLock.h"
 #include "Input.h"
 #include "JsonText.h"
 #include "ValueText.h"
@@ -12,12 +13,13 @@
 #include <Core/Interfaces/JsonText.h>
 #include <Core/Interfaces/PropertySerializer.h>
 
-#include <boost/filesystem/operations.hpp>
+#include <boost/filesystem/exception.hpp>
 
 #include <cerrno>
+#include <csignal>
+#include <cstdlib>
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -27,38 +29,6 @@ using namespace Tarsel;
 using namespace Tarsel::Core;
 
 namespace {
-
-// An exclusive advisory lock on the folder that holds the file (its link
-// followed), held from before the file is read until after it is replaced:
-// concurrent sets of one file take turns, and none loses another's change.
-// The folder, unlike the file, outlives the rename; the kernel releases the
-// lock when the process ends, however it ends, and nothing is left on disk.
-class FolderLock {
-public:
-    FolderLock(const std::string& file, const std::string& name) {
-        boost::system::error_code error;
-        const boost::filesystem::path real = boost::filesystem::canonical(file, error);
-        const boost::filesystem::path folder = (error ? boost::filesystem::path(file) : real).parent_path();
-        const std::string folderText = folder.empty() ? std::string(".") : folder.string();
-        m_fd = ::open(folderText.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        if (m_fd < 0) {
-            throw ToolFailure(kFailed, name, "cannot lock its folder: " + SystemReason(errno));
-        }
-        while (::flock(m_fd, LOCK_EX) != 0) {
-            if (errno != EINTR) {
-                const int lockError = errno;
-                ::close(m_fd);
-                throw ToolFailure(kFailed, name, "cannot lock its folder: " + SystemReason(lockError));
-            }
-        }
-    }
-    ~FolderLock() { ::close(m_fd); }
-    FolderLock(const FolderLock&) = delete;
-    FolderLock& operator=(const FolderLock&) = delete;
-
-private:
-    int m_fd;
-};
 
 const char* FileKind(mode_t mode) {
     if (S_ISFIFO(mode)) {
@@ -76,33 +46,104 @@ const char* FileKind(mode_t mode) {
     return "not a file";
 }
 
-// Refuses a file that replacing would damage: anything but a regular file
-// (a FIFO's writer would lose its data to a file); a file the user may not
-// write, or does not own, where the folder would still let it be replaced
-// (the replacement would be the user's: root, who can give the owner back,
-// may); a file with other hard links, which a replacement would split off.
-// A missing file is left to the load, which reports it.
-void RequireReplaceable(const std::string& file, const std::string& name) {
+[[noreturn]] void Refuse(const std::string& name, const std::string& reason) {
+    throw ToolFailure(kFailed, name, "cannot set: " + reason);
+}
+
+// Refuses what replacing the file would damage, or what the user may not
+// do, before anything is made: anything but a regular file (a FIFO's
+// writer would lose its data to a file); a file with other hard links,
+// which a replacement would split off; a file the user may not read or
+// write, or in a folder the user may not write, saying which. A missing
+// file is left to the read, which reports it. The owner and group are the
+// library's to keep (OpenReplacement).
+void RequireReplaceable(const std::string& file, const boost::filesystem::path& folder, const std::string& name) {
     struct stat info {};
     if (::stat(file.c_str(), &info) != 0) {
         return;
     }
-    const auto refuse = [&](const std::string& reason) { throw ToolFailure(kFailed, name, "cannot set: " + reason); };
     if (!S_ISREG(info.st_mode)) {
-        refuse(std::string("it is ") + FileKind(info.st_mode) + ", not a regular file");
-    }
-    if (::geteuid() != 0) {
-        if (::faccessat(AT_FDCWD, file.c_str(), W_OK, AT_EACCESS) != 0) {
-            refuse(SystemReason(errno));
-        }
-        if (info.st_uid != ::geteuid()) {
-            refuse("it belongs to another user, and replacing it would make it yours");
-        }
+        Refuse(name, std::string("it is ") + FileKind(info.st_mode) + ", not a regular file");
     }
     if (info.st_nlink > 1) {
         const auto others = static_cast<unsigned long long>(info.st_nlink - 1);
-        refuse("it has " + std::to_string(others) + (others == 1 ? " other hard link" : " other hard links") +
-               ", which replacing it would split off");
+        Refuse(name, "it has " + std::to_string(others) + (others == 1 ? " other hard link" : " other hard links") +
+                         ", which replacing it would split off");
+    }
+    if (::faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) != 0) {
+        Refuse(name, errno == EROFS ? SystemReason(errno) : "you may not write in its folder " + folder.string());
+    }
+    if (::faccessat(AT_FDCWD, file.c_str(), R_OK, AT_EACCESS) != 0) {
+        Refuse(name, "you may not read this file");
+    }
+    if (::faccessat(AT_FDCWD, file.c_str(), W_OK, AT_EACCESS) != 0) {
+        Refuse(name, errno == EROFS ? SystemReason(errno) : "you may not write this file");
+    }
+}
+
+// Interrupts (Ctrl-C, a closed terminal, kill) wait while set replaces the
+// file, and take effect once the save has ended or been abandoned: where
+// the temporary file has a name, none is left behind.
+class HeldSignals {
+public:
+    HeldSignals() {
+        sigset_t held;
+        sigemptyset(&held);
+        for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+            sigaddset(&held, signal);
+        }
+        ::sigprocmask(SIG_BLOCK, &held, &m_previous);
+    }
+    ~HeldSignals() { ::sigprocmask(SIG_SETMASK, &m_previous, nullptr); }
+    HeldSignals(const HeldSignals&) = delete;
+    HeldSignals& operator=(const HeldSignals&) = delete;
+
+private:
+    sigset_t m_previous{};
+};
+
+// Removes the temporary files that saves of file killed before they ended
+// left in its folder (where they have names); only safe while the lock
+// keeps every other set of the folder away.
+void RemoveLeftovers(const std::string& file, const std::string& name) {
+    try {
+        AtomicFileDataOutput::RemoveLeftovers(file);
+    } catch (...) {
+        RethrowAbout(name, "cannot set");
+    }
+}
+
+// Opens the replacement of file: the library resolves it once, records
+// the file it found and refuses what it cannot keep. The file must be
+// unchanged at the rename, since its text is edited.
+boost::intrusive_ptr<AtomicFileDataOutput> OpenReplacement(const std::string& file, const std::string& name) {
+    try {
+        return AtomicFileDataOutput::Create(file, AtomicFileDataOutput::TargetCheck::Unchanged);
+    } catch (const boost::filesystem::filesystem_error& e) {
+        if (e.code() == SaveError::OwnerCannotBeKept) {
+            Refuse(name, "it belongs to another user, and replacing it would make it yours");
+        }
+        if (e.code() == SaveError::GroupCannotBeKept) {
+            Refuse(name, "its group is one you are not in, and replacing it would give it yours");
+        }
+        RethrowAbout(name, "cannot set");
+    }
+}
+
+// The test suite's way to act between set's write and its rename (swap the
+// file, change it in place, look at the folder): when TARSEL_TEST_PAUSE
+// names a FIFO, set waits there until the test writes to it or closes it.
+void PauseForTests() {
+    const char* fifo = std::getenv("TARSEL_TEST_PAUSE");
+    if (fifo == nullptr) {
+        return;
+    }
+    const int fd = ::open(fifo, O_RDONLY | O_CLOEXEC);
+    if (fd >= 0) {
+        char byte;
+        while (::read(fd, &byte, 1) < 0 && errno == EINTR) {
+        }
+        ::close(fd);
     }
 }
 
@@ -158,14 +199,30 @@ void RequireReadsBack(const std::string& text, PropertySerializer::JsonSyntax sy
     throw ToolFailure(kFailed, name, "cannot set: the path would not read back as the value written; nothing written");
 }
 
-void Save(const std::string& file, const std::string& name, const std::string& text) {
+void Save(AtomicFileDataOutput& output, const std::string& name, const std::string& text) {
+    output.Write(text.data(), text.size());
+    PauseForTests();
     try {
-        const auto output = AtomicFileDataOutput::Create(file);
-        output->Write(text.data(), text.size());
-        output->Commit();
+        output.Commit();
+    } catch (const boost::filesystem::filesystem_error& e) {
+        if (e.code() == SaveError::TargetReplaced || e.code() == SaveError::TargetChanged) {
+            throw ToolFailure(kFailed, name, "changed while it was being edited; nothing written");
+        }
+        RethrowAbout(name, "cannot save");
     } catch (...) {
         RethrowAbout(name, "cannot save");
     }
+}
+
+// The --wait option's whole seconds; anything else is a usage error.
+unsigned WaitSeconds(const std::string& text) {
+    const bool digits = !text.empty() && text.size() <= 5 && text.find_first_not_of("0123456789") == std::string::npos;
+    const unsigned long seconds = digits ? std::stoul(text) : kMaxWaitSeconds + 1UL;
+    if (seconds > kMaxWaitSeconds) {
+        throw UsageError("--wait takes whole seconds from 0 to " + std::to_string(kMaxWaitSeconds) + ", not '" + text +
+                         "'");
+    }
+    return static_cast<unsigned>(seconds);
 }
 
 }  // namespace
@@ -180,12 +237,15 @@ int RunSet(const std::vector<std::string>& args) {
         "the new value (after -- when it starts with -)")(
         "type", po::value<std::string>()->default_value("")->value_name("TYPE"),
         "bool, int, double, string or ratio; without it the type is inferred from VALUE")(
-        "pointer", po::bool_switch(), kPointerHelp)("comments", po::bool_switch(), kCommentsHelp);
+        "pointer", po::bool_switch(), kPointerHelp)("comments", po::bool_switch(), kCommentsHelp)(
+        "wait", po::value<std::string>()->default_value("10")->value_name("SECONDS"),
+        "how long to wait for another process's lock on the file's folder, from 0 to a day");
     po::positional_options_description positional;
     positional.add("file", 1).add("path", 1).add("value", 1);
-    const auto values =
-        ParseOrExit(args, "tarsel set FILE PATH VALUE [--type bool|int|double|string|ratio] [--pointer] [--comments]",
-                    options, positional);
+    const auto values = ParseOrExit(args,
+                                    "tarsel set FILE PATH VALUE [--type bool|int|double|string|ratio] [--pointer] "
+                                    "[--comments] [--wait SECONDS]",
+                                    options, positional);
     const std::string file = values["file"].as<std::string>();
     if (file == "-") {
         throw UsageError("set saves FILE back, so FILE cannot be standard input");
@@ -209,12 +269,19 @@ int RunSet(const std::vector<std::string>& args) {
     const std::string valueText = JsonValueText(value, values["type"].as<std::string>());
     const PropertySerializer::JsonSyntax syntax = SyntaxOf(file, values["comments"].as<bool>());
 
+    const unsigned wait = WaitSeconds(values["wait"].as<std::string>());
+
     const std::string name = DisplayName(file);
-    const FolderLock lock(file, name);
-    RequireReplaceable(file, name);
-    // The file must load as it is before it is changed: its index is freed
-    // before the edit is made, so that a large file is never held twice.
-    const std::shared_ptr<std::string> text = ReadDocumentText(file);
+    const FolderLock lock(file, name, wait);
+    RemoveLeftovers(file, name);
+    RequireReplaceable(file, lock.Folder(), name);
+    const HeldSignals held;
+    const auto output = OpenReplacement(file, name);
+    // The file must load as it is before it is changed. It is read from the
+    // file the replacement found, not through its path again, and its index
+    // is freed before the edit is made, so that a large file is never held
+    // twice.
+    const std::shared_ptr<std::string> text = ReadDocumentText(file, output->ReadTarget());
     JsonText::Edit edit;
     try {
         const JsonText json(*text, syntax, JsonText::Rules::Settings);
@@ -226,7 +293,7 @@ int RunSet(const std::vector<std::string>& args) {
     }
     JsonText::Apply(edit, *text);
     RequireReadsBack(*text, syntax, names, valueText, name);
-    Save(file, name, *text);
+    Save(*output, name, *text);
     return kSuccess;
 }
 
