@@ -4,7 +4,7 @@
 
 #include "Command.h"
 #include "Failure.h"
-#include "JsonText.h"
+#include "TextPlace.h"
 
 #include <Core/Interfaces/PropertySerializer.h>
 

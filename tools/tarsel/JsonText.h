@@ -50,16 +50,4 @@ std::string KindName(JsonValue::Kind kind);
 // for it: a JsonException that says where and why.
 JsonValue ParseJsonText(const std::string& text);
 
-// The offset of the first byte of text that is not part of valid UTF-8 (an
-// overlong form, a surrogate, a code point beyond U+10FFFF, a sequence cut
-// short), up to its first zero byte; npos when there is none.
-std::size_t FirstInvalidUtf8(const std::string& text);
-
-// The 1-based line and column, in characters, of offset in text.
-struct TextPlace {
-    std::size_t line;
-    std::size_t column;
-};
-TextPlace PlaceOf(const std::string& text, std::size_t offset);
-
 }  // namespace TarselTool
