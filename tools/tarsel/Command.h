@@ -24,7 +24,12 @@ enum ExitStatus {
 
 // The help of the --pointer option of the commands that take a PATH.
 inline constexpr const char* kPointerHelp = "PATH is an RFC 6901 JSON pointer, so that a name may hold \"/\": "
-                                            "/dependencies/@scope~1name";
+                                            "/dependencies/@scope~1name; or that pointer as a JSON string, as diff "
+                                            "prints one whose names need escapes: \"/a\\nb\"";
+
+// The help of the --comments option of the commands that read JSON files.
+inline constexpr const char* kCommentsHelp =
+    "read // and /* */ comments and trailing commas, as a file named *.jsonc is read";
 
 struct Command {
     const char* name;

@@ -31,8 +31,11 @@ Tarsel::Core::Property ValueFromText(const std::string& text, const std::string&
 std::vector<std::string> PathSegments(const std::string& path);
 
 // The names along an RFC 6901 JSON Pointer: "" is the whole document,
-// "/a~1b" the one name "a/b", "~0" a "~". Throws UsageError for a pointer
-// that does not start with "/" or a "~" followed by neither 0 nor 1.
+// "/a~1b" the one name "a/b", "~0" a "~". A pointer that starts with '"' is
+// given as a JSON string, whose escapes are decoded first: "\"/a\\nb\"" is
+// the one name "a", newline, "b". Throws UsageError for a pointer that does
+// not start with "/", a "~" followed by neither 0 nor 1, or a '"' that does
+// not begin exactly one JSON string.
 std::vector<std::string> PointerSegments(const std::string& pointer);
 
 // The node that names lead to from root, each name the first child of that
