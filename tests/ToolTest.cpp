@@ -681,6 +681,8 @@ TEST_F(ToolTest, DiffPathsAreOneLineAndReadBackWithGet) {
         {R"({"\u202eevil":@})", R"("/\u202eevil")"},  // a direction control, which reorders a line
         {R"({"\udc00":@})", R"("/\udc00")"},          // a lone surrogate, which is not UTF-8
         {R"({"l":[0,{"/":@}]})", "/l/1/~1"},
+        {R"({"~1":@})", "/~01"},                // a name that looks like an escape
+        {R"({"q\"\\\n":@})", R"("/q\"\\\n")"},  // a quote and a backslash in a JSON string
     };
     for (const auto& c : cases) {
         std::string a = c.document;
