@@ -39,6 +39,11 @@ std::string Md5Hex(const std::string& bytes) {
 class ToolTest : public TarselTest::TempFolderTest {
 protected:
     Result Run(const std::vector<std::string>& args, const Launch& launch = {}) { return m_tool.Run(args, launch); }
+    // Runs the tool with args, then more: a table's row after the command.
+    Result RunWith(std::vector<std::string> args, const std::vector<std::string>& more) {
+        args.insert(args.end(), more.begin(), more.end());
+        return Run(args);
+    }
 
     std::size_t EntryCount(const std::string& folder) const {
         return static_cast<std::size_t>(
@@ -178,10 +183,17 @@ TEST_F(ToolTest, VerboseAddsTheDiagnosticInformationWithTheCallStack) {
     EXPECT_NE(result.err.find("Tarsel::Core::Property::SetChild("), std::string::npos) << result.err;
 }
 
-TEST_F(ToolTest, GetPrintsValuesExactly) {
+// get prints what the text holds, whatever a load would make of it: values
+// exactly as written, null and empty containers as such, and a container as
+// a tree of its members.
+TEST_F(ToolTest, GetPrintsWhatTheTextHoldsExactly) {
     WriteFile("values.json", R"({"lat":52.520008,"time":1700000000.123,"tenth":0.1,"huge":1e300,"yes":true,"no":false,)"
                              R"("n":-42,"s":"a b","playback":{"frameRateRatio":"30000/1001"},"list":[1,"x"],)"
-                             R"("dependencies":{"@scope/name":"^1.0","a~b":2}})");
+                             R"("dependencies":{"@scope/name":"^1.0","a~b":2},"null":null,"none":{},"empty":[ ],)"
+                             R"("text":"x\ty\u00e9","int30":123456789012345678901234567890,)"
+                             R"("d30":1.2345678901234567890123456789e29,"u64":18446744073709551615,"over":2e308,)"
+                             R"("frameRateRatio":"1/0","":"empty name","k":1,)"
+                             R"("tree":{"x":null,"y":{},"z":[],"w":[1.50,{"k":"first","k":"last"}],"b":true},"k":2})");
     const struct {
         std::vector<std::string> path;
         std::string out;
@@ -194,47 +206,10 @@ TEST_F(ToolTest, GetPrintsValuesExactly) {
         {{"no"}, "false\n"},
         {{"n"}, "-42\n"},
         {{"s"}, "a b\n"},
-        {{"playback/frameRateRatio"}, "30000/1001\n"},
-        {{"/playback//frameRateRatio/"}, "30000/1001\n"},  // empty segments dropped, as the library's paths do
-        {{"list"}, "list: Array\n\t0: 1\n\t1: x\n\n"},     // a container as its subtree
-        {{"list/1"}, "x\n"},
-        // RFC 6901 pointers: ~1 is "/", ~0 is "~".
-        {{"--pointer", "/dependencies/@scope~1name"}, "^1.0\n"},
-        {{"--pointer", "/dependencies/a~0b"}, "2\n"},
-        {{"--pointer", "/list/0"}, "1\n"},
-    };
-    for (const auto& c : cases) {
-        std::vector<std::string> args = {"get", "values.json"};
-        args.insert(args.end(), c.path.begin(), c.path.end());
-        const Result result = Run(args);
-        EXPECT_EQ(result.status, 0) << c.path.back() << "\n" << result.err;
-        EXPECT_EQ(result.out, c.out) << c.path.back();
-    }
-    EXPECT_EQ(Run({"get", "values.json", "--pointer", "dependencies"}).err,
-              "tarsel get: the JSON pointer 'dependencies' must start with '/'\n");
-    EXPECT_EQ(Run({"get", "values.json", "--pointer", "/a~2"}).status, 2);
-    EXPECT_EQ(Run({"get", "values.json", "--pointer", "/dependencies/@scope/name"}).status, 1);
-}
-
-// get prints what the text holds, whatever a load would make of it: null,
-// empty containers, numbers as written, and a container as a tree of its
-// members with those values.
-TEST_F(ToolTest, GetShowsWhatIsInTheText) {
-    WriteFile("text.json",
-              R"({"n":null,"o":{},"a":[ ],"t":true,"f":false,"s":"x\ty\u00e9",)"
-              R"("int30":123456789012345678901234567890,"d30":1.2345678901234567890123456789e29,)"
-              R"("u64":18446744073709551615,"over":2e308,"frameRateRatio":"1/0","":"empty name",)"
-              R"("k":1,"tree":{"x":null,"y":{},"z":[],"w":[1.50,{"k":"first","k":"last"}],"b":true},"k":2})");
-    const struct {
-        std::vector<std::string> path;
-        std::string out;
-    } cases[] = {
-        {{"n"}, "null\n"},
-        {{"o"}, "{}\n"},
-        {{"a"}, "[]\n"},
-        {{"t"}, "true\n"},
-        {{"f"}, "false\n"},
-        {{"s"}, "x\ty\xC3\xA9\n"},  // a string's text, decoded
+        {{"text"}, "x\ty\xC3\xA9\n"},  // a string's text, decoded
+        {{"null"}, "null\n"},
+        {{"none"}, "{}\n"},
+        {{"empty"}, "[]\n"},
         {{"int30"}, "123456789012345678901234567890\n"},
         {{"d30"}, "1.2345678901234567890123456789e29\n"},
         {{"u64"}, "18446744073709551615\n"},
@@ -245,14 +220,21 @@ TEST_F(ToolTest, GetShowsWhatIsInTheText) {
         // A repeated name: the last, as a load keeps it.
         {{"k"}, "2\n"},
         {{"tree/w/1/k"}, "last\n"},
+        {{"playback/frameRateRatio"}, "30000/1001\n"},
+        {{"/playback//frameRateRatio/"}, "30000/1001\n"},  // empty segments dropped, as the library's paths do
+        // A container as its subtree, empty ones and nulls as such.
+        {{"list"}, "list: Array\n\t0: 1\n\t1: x\n\n"},
         {{"tree"},
          "tree: Array\n\tx: null\n\ty: {}\n\tz: []\n\tw: Array\n\t\t0: 1.50\n\t\t1: Array\n\t\t\tk: last\n\n\n"
          "\tb: true\n\n"},
+        {{"list/1"}, "x\n"},
+        // RFC 6901 pointers: ~1 is "/", ~0 is "~".
+        {{"--pointer", "/dependencies/@scope~1name"}, "^1.0\n"},
+        {{"--pointer", "/dependencies/a~0b"}, "2\n"},
+        {{"--pointer", "/list/0"}, "1\n"},
     };
     for (const auto& c : cases) {
-        std::vector<std::string> args = {"get", "text.json"};
-        args.insert(args.end(), c.path.begin(), c.path.end());
-        const Result result = Run(args);
+        const Result result = RunWith({"get", "values.json"}, c.path);
         EXPECT_EQ(result.status, 0) << c.path.back() << "\n" << result.err;
         EXPECT_EQ(result.out, c.out) << c.path.back();
     }
@@ -260,11 +242,20 @@ TEST_F(ToolTest, GetShowsWhatIsInTheText) {
     WriteFile("five.json", " 5e0 ");
     EXPECT_EQ(Run({"get", "five.json", ""}).out, "5e0\n");
 
-    // Paths that lead nowhere, told from the text; hostile names on one line.
+    EXPECT_EQ(Run({"get", "values.json", "--pointer", "dependencies"}).err,
+              "tarsel get: the JSON pointer 'dependencies' must start with '/'\n");
+    EXPECT_EQ(Run({"get", "values.json", "--pointer", "/a~2"}).status, 2);
+    EXPECT_EQ(Run({"get", "values.json", "--pointer", "/dependencies/@scope/name"}).status, 1);
+}
+
+// A path that leads nowhere is told from the text, on one line whatever the
+// names hold.
+TEST_F(ToolTest, GetSaysWhereAPathLeadsNowhere) {
+    WriteFile("text.json", R"({"n":null,"o":{},"tree":{"w":[1,2],"b":true}})");
     const struct {
         std::vector<std::string> path;
         std::string err;
-    } missing[] = {
+    } cases[] = {
         {{"n/x"}, "no such path n/x: n is null, not an object"},
         {{"tree/w/2"}, "no such path tree/w/2: '2' is not in tree/w"},
         {{"tree/w/x"}, "no such path tree/w/x: 'x' is not in tree/w"},
@@ -272,10 +263,8 @@ TEST_F(ToolTest, GetShowsWhatIsInTheText) {
         {{"--pointer", "\"/tree/a\\nb\""}, "no such path \"/tree/a\\nb\": \"a\\nb\" is not in tree"},
         {{"--pointer", "/o/~1"}, "no such path /o/~1: '/' is not in o"},
     };
-    for (const auto& c : missing) {
-        std::vector<std::string> args = {"get", "text.json"};
-        args.insert(args.end(), c.path.begin(), c.path.end());
-        const Result result = Run(args);
+    for (const auto& c : cases) {
+        const Result result = RunWith({"get", "text.json"}, c.path);
         EXPECT_EQ(result.status, 1) << c.path.back();
         EXPECT_EQ(result.err, "tarsel: text.json: " + c.err + "\n") << c.path.back();
     }
@@ -638,9 +627,7 @@ TEST_F(ToolTest, DiffComparesTheJsonTextsAndPrintsEveryDifference) {
     for (const auto& c : cases) {
         WriteFile("a.json", c.a);
         WriteFile("b.json", c.b);
-        std::vector<std::string> args = {"diff", "a.json", "b.json"};
-        args.insert(args.end(), c.options.begin(), c.options.end());
-        const Result result = Run(args);
+        const Result result = RunWith({"diff", "a.json", "b.json"}, c.options);
         EXPECT_EQ(result.status, c.status) << c.a << " / " << c.b << "\n" << result.err;
         EXPECT_EQ(result.out, c.out) << c.a << " / " << c.b;
         EXPECT_EQ(result.err, "") << c.a << " / " << c.b;
@@ -773,9 +760,7 @@ TEST_F(ToolTest, DiffComparesNumbersByTheirExactValues) {
     for (const auto& c : cases) {
         WriteFile("a.json", c.a);
         WriteFile("b.json", c.b);
-        std::vector<std::string> args = {"diff", "a.json", "b.json"};
-        args.insert(args.end(), c.options.begin(), c.options.end());
-        const Result result = Run(args);
+        const Result result = RunWith({"diff", "a.json", "b.json"}, c.options);
         const std::string label = c.a + " / " + c.b + " " + testing::PrintToString(c.options);
         EXPECT_EQ(result.status, c.equal ? 0 : 1) << label << "\n" << result.err;
         if (!c.equal) {
