@@ -46,6 +46,11 @@ std::string Md5Hex(const std::string& bytes) {
 class ToolTest : public TarselTest::TempFolderTest {
 protected:
     Result Run(const std::vector<std::string>& args, const Launch& launch = {}) { return m_tool.Run(args, launch); }
+    // Runs the tool with args, then more: a table's row after the command.
+    Result RunWith(std::vector<std::string> args, const std::vector<std::string>& more) {
+        args.insert(args.end(), more.begin(), more.end());
+        return Run(args);
+    }
 
     std::size_t EntryCount(const std::string& folder) const {
         return static_cast<std::size_t>(
@@ -163,7 +168,7 @@ TEST_F(ToolTest, EachInputGivesItsExitStatusAndAtMostOneErrorLineNamingTheFile) 
          "tarsel: settings.json: no such path video/bitrate: 'bitrate' is not in video\n"},
         {{"get", "settings.json", "video/codec/x"}, "", false, 1, "",
          "tarsel: settings.json: no such path video/codec/x: video/codec is a string, not an object\n"},
-        {{"show"}, "", false, 2, "", "tarsel show: missing FILE; usage: tarsel show FILE [--wrap] [--json]\n"},
+        {{"show"}, "", false, 2, "", "tarsel show: missing FILE; usage: tarsel show FILE [--wrap] [--json] [--comments]\n"},
         {{"md5", "a", "b"}, "", false, 2, "",
          "tarsel md5: too many arguments; usage: tarsel md5 FILE [--stop MARKER]\n"},
         {{"set", "-", "a", "1"}, "", false, 2, "",
@@ -246,10 +251,17 @@ TEST_F(ToolTest, VerboseAddsTheDiagnosticInformationWithTheCallStack) {
     EXPECT_NE(result.err.find("Tarsel::Core::Property::SetChild("), std::string::npos) << result.err;
 }
 
-TEST_F(ToolTest, GetPrintsValuesExactly) {
+// get prints what the text holds, whatever a load would make of it: values
+// exactly as written, null and empty containers as such, and a container as
+// a tree of its members.
+TEST_F(ToolTest, GetPrintsWhatTheTextHoldsExactly) {
     WriteFile("values.json", R"({"lat":52.520008,"time":1700000000.123,"tenth":0.1,"huge":1e300,"yes":true,"no":false,)"
                              R"("n":-42,"s":"a b","playback":{"frameRateRatio":"30000/1001"},"list":[1,"x"],)"
-                             R"("dependencies":{"@scope/name":"^1.0","a~b":2}})");
+                             R"("dependencies":{"@scope/name":"^1.0","a~b":2},"null":null,"none":{},"empty":[ ],)"
+                             R"("text":"x\ty\u00e9","int30":123456789012345678901234567890,)"
+                             R"("d30":1.2345678901234567890123456789e29,"u64":18446744073709551615,"over":2e308,)"
+                             R"("frameRateRatio":"1/0","":"empty name","k":1,)"
+                             R"("tree":{"x":null,"y":{},"z":[],"w":[1.50,{"k":"first","k":"last"}],"b":true},"k":2})");
     const struct {
         std::vector<std::string> path;
         std::string out;
@@ -257,14 +269,32 @@ TEST_F(ToolTest, GetPrintsValuesExactly) {
         {{"lat"}, "52.520008\n"},        // not 52.52
         {{"time"}, "1700000000.123\n"},  // not 1.7e+09
         {{"tenth"}, "0.1\n"},
-        {{"huge"}, "1e+300\n"},
+        {{"huge"}, "1e300\n"},  // as written
         {{"yes"}, "true\n"},
         {{"no"}, "false\n"},
         {{"n"}, "-42\n"},
         {{"s"}, "a b\n"},
+        {{"text"}, "x\ty\xC3\xA9\n"},  // a string's text, decoded
+        {{"null"}, "null\n"},
+        {{"none"}, "{}\n"},
+        {{"empty"}, "[]\n"},
+        {{"int30"}, "123456789012345678901234567890\n"},
+        {{"d30"}, "1.2345678901234567890123456789e29\n"},
+        {{"u64"}, "18446744073709551615\n"},
+        // What a load refuses, the text still holds.
+        {{"over"}, "2e308\n"},
+        {{"frameRateRatio"}, "1/0\n"},
+        {{"--pointer", "/"}, "empty name\n"},
+        // A repeated name: the last, as a load keeps it.
+        {{"k"}, "2\n"},
+        {{"tree/w/1/k"}, "last\n"},
         {{"playback/frameRateRatio"}, "30000/1001\n"},
         {{"/playback//frameRateRatio/"}, "30000/1001\n"},  // empty segments dropped, as the library's paths do
-        {{"list"}, "list: Array\n\t0: 1\n\t1: x\n\n"},     // a container as its subtree
+        // A container as its subtree, empty ones and nulls as such.
+        {{"list"}, "list: Array\n\t0: 1\n\t1: x\n\n"},
+        {{"tree"},
+         "tree: Array\n\tx: null\n\ty: {}\n\tz: []\n\tw: Array\n\t\t0: 1.50\n\t\t1: Array\n\t\t\tk: last\n\n\n"
+         "\tb: true\n\n"},
         {{"list/1"}, "x\n"},
         // RFC 6901 pointers: ~1 is "/", ~0 is "~".
         {{"--pointer", "/dependencies/@scope~1name"}, "^1.0\n"},
@@ -272,16 +302,40 @@ TEST_F(ToolTest, GetPrintsValuesExactly) {
         {{"--pointer", "/list/0"}, "1\n"},
     };
     for (const auto& c : cases) {
-        std::vector<std::string> args = {"get", "values.json"};
-        args.insert(args.end(), c.path.begin(), c.path.end());
-        const Result result = Run(args);
+        const Result result = RunWith({"get", "values.json"}, c.path);
         EXPECT_EQ(result.status, 0) << c.path.back() << "\n" << result.err;
         EXPECT_EQ(result.out, c.out) << c.path.back();
     }
+    // A document of one value.
+    WriteFile("five.json", " 5e0 ");
+    EXPECT_EQ(Run({"get", "five.json", ""}).out, "5e0\n");
+
     EXPECT_EQ(Run({"get", "values.json", "--pointer", "dependencies"}).err,
               "tarsel get: the JSON pointer 'dependencies' must start with '/'\n");
     EXPECT_EQ(Run({"get", "values.json", "--pointer", "/a~2"}).status, 2);
     EXPECT_EQ(Run({"get", "values.json", "--pointer", "/dependencies/@scope/name"}).status, 1);
+}
+
+// A path that leads nowhere is told from the text, on one line whatever the
+// names hold.
+TEST_F(ToolTest, GetSaysWhereAPathLeadsNowhere) {
+    WriteFile("text.json", R"({"n":null,"o":{},"tree":{"w":[1,2],"b":true}})");
+    const struct {
+        std::vector<std::string> path;
+        std::string err;
+    } cases[] = {
+        {{"n/x"}, "no such path n/x: n is null, not an object"},
+        {{"tree/w/2"}, "no such path tree/w/2: '2' is not in tree/w"},
+        {{"tree/w/x"}, "no such path tree/w/x: 'x' is not in tree/w"},
+        {{"tree/b/c"}, "no such path tree/b/c: tree/b is a boolean, not an object"},
+        {{"--pointer", "\"/tree/a\\nb\""}, "no such path \"/tree/a\\nb\": \"a\\nb\" is not in tree"},
+        {{"--pointer", "/o/~1"}, "no such path /o/~1: '/' is not in o"},
+    };
+    for (const auto& c : cases) {
+        const Result result = RunWith({"get", "text.json"}, c.path);
+        EXPECT_EQ(result.status, 1) << c.path.back();
+        EXPECT_EQ(result.err, "tarsel: text.json: " + c.err + "\n") << c.path.back();
+    }
 }
 
 TEST_F(ToolTest, ShowPrintsTheLibrarysTreeTextOrItsJsonText) {
@@ -316,7 +370,7 @@ TEST_F(ToolTest, SetChangesOneValueInfersItsTypeAndKeepsThePermissions) {
         {{"video/width", "1280"}, "1280"},
         {{"video/hardwareDecoding", "false"}, "false"},
         {{"playback/volume", "0.25"}, "0.25"},
-        {{"playback/gain", "--", "-3e-2"}, "-0.03"},  // after --, as it starts with -
+        {{"playback/gain", "--", "-3e-2"}, "-3e-2"},  // after --, as it starts with -; written as given
         {{"playback/frameRateRatio", "24000/1001"}, "24000/1001"},
         {{"video/codec", "av1"}, "av1"},
         {{"video/label", "1280", "--type", "string"}, "1280"},
@@ -889,7 +943,9 @@ TEST_F(ToolTest, DiffComparesTheJsonTextsAndPrintsEveryDifference) {
         {R"({"d":1e-7})", R"({"d":2e-7})", {"--relative", "0.1"}, 1, "d: 1e-7 vs 2e-7\n"},
         {R"({"d":1e-7})", R"({"d":2e-7})", {"--relative", "0.6"}, 0, ""},
         {R"({"d":1e20})", R"({"d":1.00001e20})", {"--relative", "1e-4"}, 0, ""},
-        {R"({"d":0.1})", R"({"d":0.10000000000000001})", {}, 0, ""},  // the same double
+        // Two decimals, one double: the values differ, but not by more than 0.
+        {R"({"d":0.1})", R"({"d":0.10000000000000001})", {}, 1, "d: 0.1 vs 0.10000000000000001\n"},
+        {R"({"d":0.1})", R"({"d":0.10000000000000001})", {"--tolerance", "0"}, 0, ""},
         // Beyond the library's numbers: integers of any size, exactly.
         {R"({"big":18446744073709551616})",
          R"({"big":18446744073709551617})",
@@ -907,9 +963,7 @@ TEST_F(ToolTest, DiffComparesTheJsonTextsAndPrintsEveryDifference) {
     for (const auto& c : cases) {
         WriteFile("a.json", c.a);
         WriteFile("b.json", c.b);
-        std::vector<std::string> args = {"diff", "a.json", "b.json"};
-        args.insert(args.end(), c.options.begin(), c.options.end());
-        const Result result = Run(args);
+        const Result result = RunWith({"diff", "a.json", "b.json"}, c.options);
         EXPECT_EQ(result.status, c.status) << c.a << " / " << c.b << "\n" << result.err;
         EXPECT_EQ(result.out, c.out) << c.a << " / " << c.b;
         EXPECT_EQ(result.err, "") << c.a << " / " << c.b;
@@ -919,7 +973,210 @@ TEST_F(ToolTest, DiffComparesTheJsonTextsAndPrintsEveryDifference) {
     EXPECT_EQ(Run({"diff", "a.json", "a.json", "--max", "-1"}).status, 2);
     // A file that does not parse is reported where it fails.
     WriteFile("b.json", "{\"a\":1,}");
-    EXPECT_EQ(Run({"diff", "a.json", "b.json"}).err, "tarsel: b.json:1:8: missing a member name in double quotes\n");
+    EXPECT_EQ(Run({"diff", "a.json", "b.json"}).err,
+              "tarsel: b.json:1:8: missing a member name in double quotes; comments and trailing commas are read "
+              "with --comments, or in a file named *.jsonc\n");
+}
+
+// Every path diff prints is one line that get reads back: plain while the
+// names allow it, else a JSON pointer, else that pointer as a JSON string;
+// nothing from the files reaches the terminal unescaped.
+TEST_F(ToolTest, DiffPathsAreOneLineAndReadBackWithGet) {
+    const struct {
+        std::string document;  // @ stands for the value: 1 in A, 2 in B
+        std::string path;
+    } cases[] = {
+        {R"({"video":{"width":@}})", "video/width"},
+        {R"({"caf\u00e9":@})", "caf\xC3\xA9"},        // characters beyond ASCII stay as they are
+        {R"({"say \"hi\" \\":@})", R"(say "hi" \)"},  // so do quotes and backslashes
+        {R"({"\"q\"":@})", R"(/"q")"},                // but a first quote, which would begin a JSON string
+        {R"({"a\nb":@})", R"("/a\nb")"},              // a newline: one line all the same
+        {R"({"\u001b[31m":@})", R"("/\u001b[31m")"},  // a terminal's escape sequence
+        {R"({"t\tq":@})", R"("/t\tq")"},
+        {R"({"a/b":@})", "/a~1b"},
+        {R"({"a~b":@})", "/a~0b"},
+        {R"({"":@})", "/"},  // the empty name
+        {R"({"x":{"":{"y/z":@}}})", "/x//y~1z"},
+        {R"({"p":{"a\nb":@}})", R"("/p/a\nb")"},
+        {"{\"d\x7f\":@}", R"("/d\u007f")"},           // DEL, as the file holds it
+        {"{\"c\xC2\x9B\":@}", R"("/c\u009b")"},       // C1's CSI, as the file holds it
+        {R"({"c\u009b":@})", R"("/c\u009b")"},        // C1's CSI, escaped in the file
+        {R"({"\u202eevil":@})", R"("/\u202eevil")"},  // a direction control, which reorders a line
+        {R"({"\udc00":@})", R"("/\udc00")"},          // a lone surrogate, which is not UTF-8
+        {R"({"l":[0,{"/":@}]})", "/l/1/~1"},
+        {R"({"~1":@})", "/~01"},                // a name that looks like an escape
+        {R"({"q\"\\\n":@})", R"("/q\"\\\n")"},  // a quote and a backslash in a JSON string
+    };
+    for (const auto& c : cases) {
+        std::string a = c.document;
+        std::string b = c.document;
+        a.replace(a.find('@'), 1, "1");
+        b.replace(b.find('@'), 1, "2");
+        WriteFile("a.json", a);
+        WriteFile("b.json", b);
+        const Result diff = Run({"diff", "a.json", "b.json"});
+        EXPECT_EQ(diff.status, 1) << c.document << "\n" << diff.err;
+        EXPECT_EQ(diff.out, c.path + ": 1 vs 2\n") << c.document;
+        // Pasted into get, the path reads the same value.
+        const bool pointer = c.path[0] == '/' || c.path[0] == '"';
+        const Result get = pointer ? Run({"get", "a.json", "--pointer", c.path}) : Run({"get", "a.json", c.path});
+        EXPECT_EQ(get.status, 0) << c.path << "\n" << get.err;
+        EXPECT_EQ(get.out, "1\n") << c.path;
+    }
+
+    // Names on one side, strings escaped where JSON allows them raw.
+    WriteFile("a.json", "{\"a\\nb\":1,\"\":2,\"s\":\"a\x7f"
+                        "b\xC2\x9B\",\"e\":\"\\u001b[0m\"}");
+    WriteFile("b.json", R"({"s":"x","e":"\u001b[31m"})");
+    const Result sides = Run({"diff", "a.json", "b.json"});
+    EXPECT_EQ(sides.out, "only in A: \"/a\\nb\"\nonly in A: /\n"
+                         "s: \"a\\u007fb\\u009b\" vs \"x\"\n"
+                         "e: \"\\u001b[0m\" vs \"\\u001b[31m\"\n");
+    // The library's comparison prints its paths and strings so too.
+    WriteFile("a.json", R"({"k":{"a\nb":"\u001b[0m"}})");
+    WriteFile("b.json", R"({"k":{"a\nb":"plain"}})");
+    EXPECT_EQ(Run({"diff", "a.json", "b.json", "--library"}).out, "\"/k/a\\nb\": \"\\u001b[0m\" vs plain\n");
+
+    // A pointer that begins with a quote must be one JSON string.
+    const struct {
+        std::string pointer;
+        std::string err;
+    } refusals[] = {
+        {R"("/a)", "tarsel get: the JSON pointer starts with '\"' but is not a JSON string: missing the closing "
+                   "quotation mark of a string\n"},
+        {R"("/a" x)",
+         "tarsel get: the JSON pointer starts with '\"' but is not a JSON string: text after the end of the "
+         "document\n"},
+        {R"("a\nb")", "tarsel get: the JSON pointer \"a\\nb\" must start with '/'\n"},
+    };
+    for (const auto& refusal : refusals) {
+        const Result result = Run({"get", "b.json", "--pointer", refusal.pointer});
+        EXPECT_EQ(result.status, 2) << refusal.pointer;
+        EXPECT_EQ(result.err, refusal.err) << refusal.pointer;
+    }
+}
+
+// Numbers are equal when their decimal values are, whatever their size or
+// spelling; a double's rounding never makes two numbers one. Tolerances
+// apply where both are finite doubles.
+TEST_F(ToolTest, DiffComparesNumbersByTheirExactValues) {
+    const struct {
+        std::string a;
+        std::string b;
+        std::vector<std::string> options;
+        bool equal;
+    } cases[] = {
+        {"2e308", "3e308", {}, false},  // both beyond the doubles
+        {"2e308", "3e308", {"--relative", "1"}, false},
+        {"1e400", "10e399", {}, true},
+        {"0.10", "0.1", {}, true},
+        {"1E+2", "100.00e0", {}, true},
+        {"-0", "0", {}, true},
+        {"-0.0", "0e5", {}, true},
+        {"0.1", "0.10000000000000001", {}, false},  // one double, two values
+        {"123456789012345678901234567890", "123456789012345678901234567891", {}, false},
+        // Exponents beyond 64 bits, and across 18 digits.
+        {"1e1000000000000000000000", "10e999999999999999999999", {}, true},
+        {"1e-1000000000000000000000", "1e-999999999999999999999", {}, false},
+        {"1e999999999999999999", "0.1e1000000000000000000", {}, true},
+        {"-5e-9223372036854775809", "-50e-9223372036854775810", {}, true},
+        // An integer and a double: different types, or with --numeric,
+        // compared exactly.
+        {"1", "1.0", {}, false},
+        {"1", "1.0", {"--numeric"}, true},
+        {"100", "1e2", {"--numeric"}, true},
+        {"9007199254740993", "9007199254740992.0", {"--numeric"}, false},
+        {"18446744073709551617", "1.8446744073709552e19", {"--numeric"}, false},
+        {"12345678901234567891", "12345678901234567890.0", {"--numeric"}, false},
+        {"18446744073709551617", "1.8446744073709552e19", {"--numeric", "--tolerance", "1"}, true},
+        // Tolerances are for doubles: two integers compare exactly.
+        {"1", "2", {"--tolerance", "5"}, false},
+        {"1.0", "2", {"--tolerance", "5", "--numeric"}, true},
+    };
+    for (const auto& c : cases) {
+        WriteFile("a.json", c.a);
+        WriteFile("b.json", c.b);
+        const Result result = RunWith({"diff", "a.json", "b.json"}, c.options);
+        const std::string label = c.a + " / " + c.b + " " + testing::PrintToString(c.options);
+        EXPECT_EQ(result.status, c.equal ? 0 : 1) << label << "\n" << result.err;
+        if (!c.equal) {
+            // Each as written; with its type when the types differ.
+            const bool types =
+                (c.a.find_first_of(".eE") == std::string::npos) != (c.b.find_first_of(".eE") == std::string::npos);
+            const std::string a = types ? "integer " + c.a : c.a;
+            const std::string b = types ? "double " + c.b : c.b;
+            EXPECT_EQ(result.out, "(the whole document): " + a + " vs " + b + "\n") << label;
+        }
+    }
+}
+
+// diff and get read any JSON text, so their errors are the syntax's own, not
+// a settings file's rules.
+TEST_F(ToolTest, DiffAndGetNameSyntaxErrorsAsWhatTheyAre) {
+    WriteFile("five.json", "5");
+    const struct {
+        std::string text;
+        std::string err;  // after "tarsel: bad.json:"
+    } cases[] = {
+        {"5 x", "1:3: text after the end of the document"},
+        {"[2e308, }", "1:9: not a valid JSON value"},
+        {R"({"a":1 "b":2})", "1:8: missing a comma or '}' after an object member"},
+        {"[1 2]", "1:4: missing a comma or ']' after an array element"},
+        {R"({"a":"open)", "1:6: missing the closing quotation mark of a string"},
+    };
+    for (const auto& c : cases) {
+        WriteFile("bad.json", c.text);
+        for (const std::vector<std::string>& args : {std::vector<std::string>{"diff", "bad.json", "five.json"},
+                                                     std::vector<std::string>{"get", "bad.json", "a"}}) {
+            const Result result = Run(args);
+            EXPECT_EQ(result.status, 3) << c.text << " " << args[0];
+            EXPECT_EQ(result.err, "tarsel: bad.json:" + c.err + "\n") << c.text << " " << args[0];
+        }
+    }
+}
+
+// Comments and trailing commas are read in a file named *.jsonc, or in any
+// file with --comments, by show, get and diff alike.
+TEST_F(ToolTest, CommentsAreReadInAJsoncFileOrWhenAsked) {
+    const std::string text = "{\n  // the width\n  \"w\": 1, /* pixels */\n  \"l\": [1, 2,],\n}\n";
+    WriteFile("c.jsonc", text);
+    WriteFile("c.json", text);
+    WriteFile("plain.json", R"({"w":1,"l":[1,2]})");
+    const std::string strictError = "tarsel: c.json:2:3: missing a member name in double quotes; comments and "
+                                    "trailing commas are read with --comments, or in a file named *.jsonc\n";
+    const struct {
+        std::vector<std::string> args;
+        std::string input;
+        int status;
+        std::string out;
+        std::string err;
+    } cases[] = {
+        {{"show", "c.jsonc"}, "", 0, "settings: Array\n\tw: 1\n\tl: Array\n\t\t0: 1\n\t\t1: 2\n\n\n", ""},
+        {{"show", "c.json", "--comments"}, "", 0, "settings: Array\n\tw: 1\n\tl: Array\n\t\t0: 1\n\t\t1: 2\n\n\n", ""},
+        {{"get", "c.jsonc", "l/1"}, "", 0, "2\n", ""},
+        {{"get", "-", "w", "--comments"}, text, 0, "1\n", ""},
+        {{"diff", "c.jsonc", "plain.json"}, "", 0, "", ""},
+        {{"diff", "c.json", "plain.json", "--comments"}, "", 0, "", ""},
+        {{"diff", "c.jsonc", "plain.json", "--library"}, "", 0, "", ""},
+        // Without either, a comment is the syntax error it is, and the
+        // report says how to have it read.
+        {{"show", "c.json"}, "", 3, "", strictError},
+        {{"get", "c.json", "w"}, "", 3, "", strictError},
+        {{"diff", "c.json", "plain.json"}, "", 3, "", strictError},
+        {{"diff", "plain.json", "c.json", "--library"}, "", 3, "", strictError},
+    };
+    for (const auto& c : cases) {
+        Launch launch;
+        launch.input = c.input;
+        const Result result = Run(c.args, launch);
+        const std::string label = testing::PrintToString(c.args);
+        EXPECT_EQ(result.status, c.status) << label << "\n" << result.err;
+        EXPECT_EQ(result.out, c.out) << label;
+        EXPECT_EQ(result.err, c.err) << label;
+    }
+    // A text that is wrong with comments too is not sent to --comments.
+    WriteFile("wrong.json", "{\"a\" 1}");
+    EXPECT_EQ(Run({"get", "wrong.json", "a"}).err, "tarsel: wrong.json:1:6: missing a colon after a member name\n");
 }
 
 TEST_F(ToolTest, VersionIsTheLibrarysVersion) {

@@ -24,11 +24,12 @@ enum ExitStatus {
 
 // The help of the --pointer option of the commands that take a PATH.
 inline constexpr const char* kPointerHelp = "PATH is an RFC 6901 JSON pointer, so that a name may hold \"/\": "
-                                            "/dependencies/@scope~1name";
+                                            "/dependencies/@scope~1name; or that pointer as a JSON string, as diff "
+                                            "prints one whose names need escapes: \"/a\\nb\"";
 
-// The help of the --comments option of the commands that read JSON.
-inline constexpr const char* kCommentsHelp = "read FILE as JSON with comments and trailing commas (the default for "
-                                             "a .jsonc file); set keeps the comments";
+// The help of the --comments option of the commands that read JSON files.
+inline constexpr const char* kCommentsHelp =
+    "read // and /* */ comments and trailing commas, as a file named *.jsonc is read (set keeps them)";
 
 struct Command {
     const char* name;

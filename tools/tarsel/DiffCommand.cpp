@@ -3,9 +3,11 @@
 // with --library, the library's equality of the two settings trees and the
 // first place where they differ.
 #include "Command.h"
+#include "ExactNumber.h"
 #include "Failure.h"
 #include "Input.h"
-#include "JsonText.h"
+#include "PrintedText.h"
+#include "TextDocument.h"
 #include "ValueText.h"
 
 #include <algorithm>
@@ -14,6 +16,7 @@
 #include <optional>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 
 namespace TarselTool {
 
@@ -22,10 +25,15 @@ using namespace Tarsel::Core;
 
 namespace {
 
+// A path as a report shows it: PrintedPath, the root named.
+std::string ShownPath(const std::vector<std::string>& path) {
+    return path.empty() ? std::string("(the whole document)") : PrintedPath(path);
+}
+
 // --- diff --library -------------------------------------------------------
 
 struct Difference {
-    std::string path;
+    std::vector<std::string> path;
     std::string left;
     std::string right;
 };
@@ -51,8 +59,9 @@ std::vector<const Property*> ByName(const Property& node) {
     return children;
 }
 
-std::string Below(const std::string& path, const std::string& name) {
-    return path.empty() ? name : path + "/" + name;
+std::vector<std::string> Below(std::vector<std::string> path, const std::string& name) {
+    path.push_back(name);
+    return path;
 }
 
 // A value as the report shows it; with its type when the other side's
@@ -62,6 +71,9 @@ std::string Shown(const Property* node, const Property* other) {
         return "(missing)";
     }
     std::string text = ExactValueText(*node);
+    if (node->GetType() == TypeString && NeedsEscape(text)) {
+        text = JsonQuoted(text);
+    }
     if (other != nullptr && other->GetType() != node->GetType()) {
         text += " (" + TypeName(*node) + ")";
     }
@@ -69,7 +81,7 @@ std::string Shown(const Property* node, const Property* other) {
 }
 
 // The first name, in name order, that only one of the two sorted lists has.
-std::optional<Difference> NameOnOneSide(const std::string& path, const std::vector<const Property*>& left,
+std::optional<Difference> NameOnOneSide(const std::vector<std::string>& path, const std::vector<const Property*>& left,
                                         const std::vector<const Property*>& right) {
     std::size_t i = 0;
     std::size_t j = 0;
@@ -90,7 +102,7 @@ std::optional<Difference> NameOnOneSide(const std::string& path, const std::vect
 // descends through the first unequal pair of children until the values, or
 // a name that only one side has, show it.
 Difference FirstDifference(const Property& a, const Property& b) {
-    std::string path;
+    std::vector<std::string> path;
     const Property* left = &a;
     const Property* right = &b;
     for (;;) {
@@ -113,15 +125,14 @@ Difference FirstDifference(const Property& a, const Property& b) {
     }
 }
 
-int LibraryDiff(const std::string& first, const std::string& second) {
-    const Document a = LoadDocument(first, false);
-    const Document b = LoadDocument(second, false);
+int LibraryDiff(const std::string& first, const std::string& second, bool comments) {
+    const Document a = LoadDocument(first, false, SyntaxOf(first, comments));
+    const Document b = LoadDocument(second, false, SyntaxOf(second, comments));
     if (Equal(a.tree, b.tree)) {
         return kSuccess;
     }
     const Difference difference = FirstDifference(a.tree, b.tree);
-    Out() << (difference.path.empty() ? "(the whole document)" : difference.path) << ": " << difference.left << " vs "
-          << difference.right << "\n";
+    Out() << ShownPath(difference.path) << ": " << difference.left << " vs " << difference.right << "\n";
     return kNegative;
 }
 
@@ -136,62 +147,34 @@ struct Tolerance {
     std::optional<double> relative;
 };
 
-// A JSON text and its values.
-struct Text {
-    std::string name;
-    std::shared_ptr<const std::string> bytes;
-    JsonValue root;
-};
-
-Text ParseDocument(const std::string& file) {
-    Text text{DisplayName(file), ReadDocumentText(file), {}};
-    try {
-        text.root = ParseJsonText(*text.bytes);
-    } catch (...) {
-        RethrowAbout(text.name, "", text.bytes);
-    }
-    return text;
+bool IsNumber(JsonText::Kind kind) {
+    return kind == JsonText::Kind::Integer || kind == JsonText::Kind::Double;
 }
 
-// The members of an object that a load keeps: where a key repeats, the last.
-std::vector<const JsonMember*> KeptMembers(const JsonValue& object) {
-    std::unordered_map<std::string_view, const JsonMember*> last;
-    for (const JsonMember& member : object.members) {
-        last[member.key] = &member;
-    }
-    std::vector<const JsonMember*> kept;
-    for (const JsonMember& member : object.members) {
-        if (last[member.key] == &member) {
-            kept.push_back(&member);
-        }
-    }
-    return kept;
+// The double a number's text reads as, when it is finite: tolerances apply
+// only to the values a double can hold.
+std::optional<double> FiniteDouble(std::string_view text) {
+    const double value = std::strtod(std::string(text).c_str(), nullptr);
+    return std::isfinite(value) ? std::optional<double>(value) : std::nullopt;
 }
 
 // Finds and words every difference between two texts.
 class TextDiff {
 public:
-    TextDiff(const Text& a, const Text& b, const Tolerance& tolerance, std::size_t shown)
+    TextDiff(const JsonText& a, const JsonText& b, const Tolerance& tolerance, std::size_t shown)
         : m_a(a), m_b(b), m_tolerance(tolerance), m_shown(shown) {}
 
-    void Compare(const std::string& path, const JsonValue& a, const JsonValue& b) {
-        using Kind = JsonValue::Kind;
-        if (a.kind == Kind::Object && b.kind == Kind::Object) {
-            CompareObjects(path, a, b);
-        } else if (a.kind == Kind::Array && b.kind == Kind::Array) {
-            const std::size_t common = std::min(a.elements.size(), b.elements.size());
-            for (std::size_t i = 0; i < common; ++i) {
-                Compare(Below(path, std::to_string(i)), a.elements[i], b.elements[i]);
-            }
-            for (std::size_t i = common; i < a.elements.size(); ++i) {
-                Report("only in A: " + Below(path, std::to_string(i)));
-            }
-            for (std::size_t i = common; i < b.elements.size(); ++i) {
-                Report("only in B: " + Below(path, std::to_string(i)));
-            }
-        } else if (!SameValue(a, b)) {
-            Report((path.empty() ? std::string("(the whole document)") : path) + ": " + Shown(a, m_a, b) + " vs " +
-                   Shown(b, m_b, a));
+    // Compares a and b, the values at m_path; nesting is bounded by the
+    // parser's limit.
+    void Compare(JsonText::Value a, JsonText::Value b) {
+        const JsonText::Kind kindA = m_a.KindOf(a);
+        const JsonText::Kind kindB = m_b.KindOf(b);
+        if (kindA == JsonText::Kind::Object && kindB == JsonText::Kind::Object) {
+            CompareObjects(a, b);
+        } else if (kindA == JsonText::Kind::Array && kindB == JsonText::Kind::Array) {
+            CompareArrays(a, b);
+        } else if (!SameValue(a, b) && Counted()) {
+            m_lines.push_back(ShownPath(m_path) + ": " + Shown(m_a, a, kindB) + " vs " + Shown(m_b, b, kindA));
         }
     }
 
@@ -208,72 +191,105 @@ public:
     std::size_t Count() const { return m_count; }
 
 private:
-    void CompareObjects(const std::string& path, const JsonValue& a, const JsonValue& b) {
-        const std::vector<const JsonMember*> left = KeptMembers(a);
-        const std::vector<const JsonMember*> right = KeptMembers(b);
-        std::unordered_map<std::string_view, const JsonMember*> rightByKey;
-        for (const JsonMember* member : right) {
-            rightByKey[member->key] = member;
+    void CompareObjects(JsonText::Value a, JsonText::Value b) {
+        const auto left = KeptMembers(m_a, a);
+        const auto right = KeptMembers(m_b, b);
+        std::unordered_map<std::string_view, JsonText::Value> rightByName;
+        for (const auto& [name, member] : right) {
+            rightByName.emplace(name, member);
         }
-        std::unordered_map<std::string_view, bool> leftKeys;
-        for (const JsonMember* member : left) {
-            leftKeys[member->key] = true;
-            const auto match = rightByKey.find(member->key);
-            if (match == rightByKey.end()) {
-                Report("only in A: " + Below(path, member->key));
+        std::unordered_set<std::string_view> leftNames;
+        for (const auto& [name, member] : left) {
+            leftNames.insert(name);
+            m_path.push_back(name);
+            const auto match = rightByName.find(name);
+            if (match == rightByName.end()) {
+                ReportOnOneSide("only in A: ");
             } else {
-                Compare(Below(path, member->key), member->value, match->second->value);
+                Compare(member, match->second);
             }
+            m_path.pop_back();
         }
-        for (const JsonMember* member : right) {
-            if (leftKeys.count(member->key) == 0) {
-                Report("only in B: " + Below(path, member->key));
+        for (const auto& [name, member] : right) {
+            if (leftNames.count(name) == 0) {
+                m_path.push_back(name);
+                ReportOnOneSide("only in B: ");
+                m_path.pop_back();
             }
         }
     }
 
-    bool SameValue(const JsonValue& a, const JsonValue& b) const {
-        using Kind = JsonValue::Kind;
-        const bool numbers =
-            (a.kind == Kind::Integer || a.kind == Kind::Double) && (b.kind == Kind::Integer || b.kind == Kind::Double);
-        if (a.kind != b.kind && !(numbers && m_tolerance.numeric)) {
+    void CompareArrays(JsonText::Value a, JsonText::Value b) {
+        auto left = m_a.ChildrenOf(a).begin();
+        auto right = m_b.ChildrenOf(b).begin();
+        const auto leftEnd = m_a.ChildrenOf(a).end();
+        const auto rightEnd = m_b.ChildrenOf(b).end();
+        for (std::size_t index = 0; left != leftEnd || right != rightEnd; ++index) {
+            m_path.push_back(std::to_string(index));
+            if (right == rightEnd) {
+                ReportOnOneSide("only in A: ");
+                ++left;
+            } else if (left == leftEnd) {
+                ReportOnOneSide("only in B: ");
+                ++right;
+            } else {
+                Compare(*left++, *right++);
+            }
+            m_path.pop_back();
+        }
+    }
+
+    bool SameValue(JsonText::Value a, JsonText::Value b) const {
+        const JsonText::Kind kindA = m_a.KindOf(a);
+        const JsonText::Kind kindB = m_b.KindOf(b);
+        if (IsNumber(kindA) && IsNumber(kindB) && (kindA == kindB || m_tolerance.numeric)) {
+            return SameNumber(m_a.Spelling(a), m_b.Spelling(b),
+                              kindA == JsonText::Kind::Integer && kindB == JsonText::Kind::Integer);
+        }
+        if (kindA != kindB) {
             return false;
         }
-        if (a.kind == Kind::Integer && b.kind == Kind::Integer) {
-            return IntegerText(a.text) == IntegerText(b.text);  // any size, exactly
+        if (kindA == JsonText::Kind::String) {
+            return m_a.StringValue(a) == m_b.StringValue(b);
         }
-        if (numbers) {
-            return SameDouble(std::strtod(a.text.c_str(), nullptr), std::strtod(b.text.c_str(), nullptr));
+        if (kindA == JsonText::Kind::Boolean) {
+            return m_a.Spelling(a) == m_b.Spelling(b);
         }
-        return a.text == b.text;
+        return true;  // two nulls
     }
 
-    bool SameDouble(double x, double y) const {
-        if (x == y) {
+    // Exactly one value, or, but for two integers, within a tolerance given.
+    bool SameNumber(std::string_view x, std::string_view y, bool integers) const {
+        if (ExactNumberOf(x) == ExactNumberOf(y)) {
             return true;
         }
-        const double difference = std::fabs(x - y);
+        if (integers || (!m_tolerance.absolute && !m_tolerance.relative)) {
+            return false;
+        }
+        const std::optional<double> dx = FiniteDouble(x);
+        const std::optional<double> dy = FiniteDouble(y);
+        if (!dx || !dy) {
+            return false;
+        }
+        const double difference = std::fabs(*dx - *dy);
         return (m_tolerance.absolute && difference <= *m_tolerance.absolute) ||
-               (m_tolerance.relative && difference <= *m_tolerance.relative * std::max(std::fabs(x), std::fabs(y)));
+               (m_tolerance.relative && difference <= *m_tolerance.relative * std::max(std::fabs(*dx), std::fabs(*dy)));
     }
 
-    // An integer's text with "-0" taken for "0".
-    static std::string IntegerText(const std::string& text) { return text == "-0" ? std::string("0") : text; }
-
-    // A value as its text in the file, a container by its size; with its
-    // type in front when the other side's type differs.
-    static std::string Shown(const JsonValue& value, const Text& text, const JsonValue& other) {
-        using Kind = JsonValue::Kind;
-        std::string shown;
-        if (value.kind == Kind::Object) {
-            shown = "an object of " + Count(value.members.size(), "member");
-        } else if (value.kind == Kind::Array) {
-            shown = "an array of " + Count(value.elements.size(), "element");
-        } else {
-            shown = text.bytes->substr(value.begin, value.end - value.begin);
-            if (value.kind != other.kind && value.kind != Kind::Null) {
-                shown = KindWord(value.kind) + (" " + shown);
-            }
+    // A value as its text in the file (what a terminal must not receive
+    // escaped), a container by its size; with its type in front when the
+    // other side's type differs.
+    static std::string Shown(const JsonText& json, JsonText::Value value, JsonText::Kind other) {
+        const JsonText::Kind kind = json.KindOf(value);
+        if (kind == JsonText::Kind::Object) {
+            return "an object of " + Count(json.Count(value), "member");
+        }
+        if (kind == JsonText::Kind::Array) {
+            return "an array of " + Count(json.Count(value), "element");
+        }
+        std::string shown = TerminalSafe(json.Spelling(value));
+        if (kind != other && kind != JsonText::Kind::Null) {
+            shown = KindWord(kind) + (" " + shown);
         }
         return shown;
     }
@@ -282,17 +298,24 @@ private:
         return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
     }
 
-    void Report(std::string line) {
-        ++m_count;
-        if (m_lines.size() < m_shown) {
-            m_lines.push_back(std::move(line));
+    void ReportOnOneSide(const char* side) {
+        if (Counted()) {
+            m_lines.push_back(side + PrintedPath(m_path));
         }
     }
 
-    const Text& m_a;
-    const Text& m_b;
+    // Counts a difference; true while its line is one of those shown.
+    bool Counted() {
+        ++m_count;
+        return m_lines.size() < m_shown;
+    }
+
+    const JsonText& m_a;
+    const JsonText& m_b;
     const Tolerance m_tolerance;
     const std::size_t m_shown;
+    // The names from the roots to the values compared.
+    std::vector<std::string> m_path;
     std::vector<std::string> m_lines;
     std::size_t m_count = 0;
 };
@@ -320,14 +343,16 @@ int RunDiff(const std::vector<std::string>& args) {
         "tolerance", po::value<double>()->value_name("X"), "doubles are equal when they differ by X at most")(
         "relative", po::value<double>()->value_name("R"),
         "doubles are equal when they differ by R times the larger magnitude at most")(
-        "numeric", po::bool_switch(), "an integer and a double of the same value are equal")(
+        "numeric", po::bool_switch(),
+        "an integer and a double of the same value are equal")("comments", po::bool_switch(), kCommentsHelp)(
         "library", po::bool_switch(),
         "compare the settings trees the library loads, with its operator==: children in any order, doubles "
         "within 1e-05, and the names of value children not compared; print the first difference");
     po::positional_options_description positional;
     positional.add("a", 1).add("b", 1);
     const auto values = ParseOrExit(
-        args, "tarsel diff A B [--max N] [--tolerance X] [--relative R] [--numeric] [--library]", options, positional);
+        args, "tarsel diff A B [--max N] [--tolerance X] [--relative R] [--numeric] [--library] [--comments]", options,
+        positional);
     const std::string first = values["a"].as<std::string>();
     const std::string second = values["b"].as<std::string>();
     if (first == "-" && second == "-") {
@@ -341,13 +366,14 @@ int RunDiff(const std::vector<std::string>& args) {
     tolerance.numeric = values["numeric"].as<bool>();
     tolerance.absolute = ToleranceOption(values, "tolerance");
     tolerance.relative = ToleranceOption(values, "relative");
+    const bool comments = values["comments"].as<bool>();
     if (values["library"].as<bool>()) {
-        return LibraryDiff(first, second);
+        return LibraryDiff(first, second, comments);
     }
-    const Text a = ParseDocument(first);
-    const Text b = ParseDocument(second);
-    TextDiff diff(a, b, tolerance, static_cast<std::size_t>(shown));
-    diff.Compare("", a.root, b.root);
+    const TextDocument a = ReadTextDocument(first, SyntaxOf(first, comments));
+    const TextDocument b = ReadTextDocument(second, SyntaxOf(second, comments));
+    TextDiff diff(a.json, b.json, tolerance, static_cast<std::size_t>(shown));
+    diff.Compare(a.json.Root(), b.json.Root());
     diff.Print(Out());
     return diff.Count() == 0 ? kSuccess : kNegative;
 }

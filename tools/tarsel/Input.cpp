@@ -4,13 +4,16 @@
 
 #include "Command.h"
 #include "Failure.h"
-#include "JsonText.h"
+#include "TextPlace.h"
 
 #include <Core/Interfaces/PropertySerializer.h>
+
+#include <boost/exception/get_error_info.hpp>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <streambuf>
 
 namespace TarselTool {
@@ -150,17 +153,16 @@ PropertySerializer::JsonSyntax SyntaxOf(const std::string& file, bool comments) 
     return comments || jsonc ? PropertySerializer::JsonSyntax::WithComments : PropertySerializer::JsonSyntax::Strict;
 }
 
-Document LoadDocument(const std::string& file, bool wrap) {
-    return LoadDocument(file, OpenInput(file), wrap);
-}
-
-Document LoadDocument(const std::string& file, boost::intrusive_ptr<IDataInput> input, bool wrap) {
+Document LoadDocument(const std::string& file, bool wrap, PropertySerializer::JsonSyntax syntax) {
     Document document;
     document.name = DisplayName(file);
-    document.text = ReadDocumentText(file, std::move(input));
+    document.text = ReadDocumentText(file);
     try {
-        PropertySerializer::Deserialize(document.tree, new TextInput(document.text), false);
+        PropertySerializer::Deserialize(document.tree, new TextInput(document.text), false, syntax);
     } catch (...) {
+        if (syntax == PropertySerializer::JsonSyntax::Strict) {
+            ExplainComments(*document.text, JsonText::Rules::Settings);
+        }
         RethrowAbout(document.name, "", document.text);
     }
     if (wrap) {
@@ -176,6 +178,47 @@ Document LoadDocument(const std::string& file, boost::intrusive_ptr<IDataInput> 
         document.tree.Swap(first);
     }
     return document;
+}
+
+namespace {
+
+// Where the failure e is located in its text, if it is.
+const std::size_t* FailureOffset(const std::exception& e) {
+    const auto* records = dynamic_cast<const boost::exception*>(&e);
+    return records == nullptr ? nullptr : boost::get_error_info<JsonException::TagParseOffset>(*records);
+}
+
+// Whether text, read with comments and trailing commas under rules, gets
+// past offset: it parses, or fails later than offset, or fails only on what
+// the rules refuse once the whole text has parsed (an empty name, say).
+bool CommentsGetPast(const std::string& text, JsonText::Rules rules, std::size_t offset) {
+    try {
+        const JsonText json(text, PropertySerializer::JsonSyntax::WithComments, rules);
+        return true;
+    } catch (const JsonException& e) {
+        const std::size_t* failure = FailureOffset(e);
+        return failure != nullptr && *failure > offset;
+    } catch (const std::bad_alloc&) {
+        return false;
+    } catch (const std::exception&) {
+        return true;
+    }
+}
+
+}  // namespace
+
+void ExplainComments(const std::string& text, JsonText::Rules rules) {
+    try {
+        throw;
+    } catch (JsonException& e) {
+        const std::size_t* offset = FailureOffset(e);
+        const auto* reason = boost::get_error_info<JsonException::TagParseReason>(e);
+        if (offset != nullptr && reason != nullptr && CommentsGetPast(text, rules, *offset)) {
+            e << JsonException::TagParseReason(
+                *reason + "; comments and trailing commas are read with --comments, or in a file named *.jsonc");
+        }
+    } catch (...) {
+    }
 }
 
 std::ostream& Out() {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <Core/Interfaces/DataStream.h>
+#include <Core/Interfaces/JsonText.h>
 #include <Core/Interfaces/Property.h>
 #include <Core/Interfaces/PropertySerializer.h>
 
@@ -40,18 +41,24 @@ std::shared_ptr<std::string> ReadDocumentText(const std::string& file);
 std::shared_ptr<std::string> ReadDocumentText(const std::string& file,
                                               boost::intrusive_ptr<Tarsel::Core::IDataInput> input);
 
-// The syntax to read file in: JSON with comments for a ".jsonc" file or
-// when asked for, strict JSON otherwise.
-Tarsel::Core::PropertySerializer::JsonSyntax SyntaxOf(const std::string& file, bool comments);
-
-// Loads file ("-": standard input), the root unwrapped when wrap is set,
-// which requires a root of exactly one member. Failures are reported
+// Loads file ("-": standard input) in syntax, the root unwrapped when wrap
+// is set, which requires a root of exactly one member. Failures are reported
 // against file, a JSON text's with the line and column where it fails (see
 // RethrowAbout).
-Document LoadDocument(const std::string& file, bool wrap);
-// The same, file's text read from input, which was opened on it (by the
-// replacement that will save it back, say).
-Document LoadDocument(const std::string& file, boost::intrusive_ptr<Tarsel::Core::IDataInput> input, bool wrap);
+Document LoadDocument(
+    const std::string& file, bool wrap,
+    Tarsel::Core::PropertySerializer::JsonSyntax syntax = Tarsel::Core::PropertySerializer::JsonSyntax::Strict);
+
+// The syntax file is read in: with comments and trailing commas when asked
+// (comments) or when its name ends in ".jsonc", as code editors name such
+// files; strict JSON otherwise.
+Tarsel::Core::PropertySerializer::JsonSyntax SyntaxOf(const std::string& file, bool comments);
+
+// Call inside a catch block, for text that failed to parse as strict JSON
+// under rules: when the failure is a parse error that reading comments and
+// trailing commas gets past, adds to its reason how to have them read. The
+// caller then rethrows.
+void ExplainComments(const std::string& text, Tarsel::Core::JsonText::Rules rules);
 
 // Standard output through one large buffer: the library's tree printer
 // flushes after every line, which would otherwise cost a write per line.

@@ -6,7 +6,8 @@
 #include "Failure.h"
 #include "FolderLock.h"
 #include "Input.h"
-#include "JsonText.h"
+#include "TextDocument.h"
+#include "TextPlace.h"
 #include "ValueText.h"
 
 #include <Core/Interfaces/DataStream.h>

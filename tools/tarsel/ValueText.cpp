@@ -2,6 +2,10 @@
 #include "ValueText.h"
 
 #include "Command.h"
+#include "Failure.h"
+#include "PrintedText.h"
+
+#include <Core/Interfaces/JsonText.h>
 
 #include <Core/Interfaces/DataStream.h>
 #include <Core/Interfaces/PropertySerializer.h>
@@ -147,6 +151,23 @@ T Required(const std::optional<T>& value, const std::string& text, const char* w
     return *value;
 }
 
+// A pointer given as a JSON string ("\"/a\\nb\""), decoded by the
+// library's rules; any other text as it is.
+std::string PointerOfJsonString(const std::string& given) {
+    if (given.empty() || given[0] != '"') {
+        return given;
+    }
+    try {
+        const JsonText json(given, PropertySerializer::JsonSyntax::Strict, JsonText::Rules::Json);
+        if (json.KindOf(json.Root()) == JsonText::Kind::String) {
+            return json.StringValue(json.Root());
+        }
+    } catch (const JsonException& e) {
+        throw UsageError("the JSON pointer starts with '\"' but is not a JSON string: " + LoadRefusalReason(e));
+    }
+    throw UsageError("the JSON pointer starts with '\"' but is not a JSON string");
+}
+
 }  // namespace
 
 std::string ExactValueText(const Property& node) {
@@ -176,12 +197,6 @@ std::string TypeName(const Property& node) {
                                          "a string", "a ratio",   "an object"};
     const auto type = static_cast<std::size_t>(node.GetType());
     return type < std::size(kNames) ? kNames[type] : "an unknown type";
-}
-
-std::string KindName(JsonText::Kind kind) {
-    static const char* const kNames[] = {"null",     "a boolean", "an integer", "a double",
-                                         "a string", "an object", "an array"};
-    return kNames[static_cast<std::size_t>(kind)];
 }
 
 std::string JsonStringText(const std::string& value) {
@@ -246,13 +261,14 @@ std::vector<std::string> PathSegments(const std::string& path) {
     return std::vector<std::string>(tokens.begin(), tokens.end());
 }
 
-std::vector<std::string> PointerSegments(const std::string& pointer) {
+std::vector<std::string> PointerSegments(const std::string& given) {
+    const std::string pointer = PointerOfJsonString(given);
     std::vector<std::string> names;
     if (pointer.empty()) {
         return names;
     }
     if (pointer[0] != '/') {
-        throw UsageError("the JSON pointer '" + pointer + "' must start with '/'");
+        throw UsageError("the JSON pointer " + PrintedName(pointer) + " must start with '/'");
     }
     for (std::size_t i = 0; i < pointer.size(); ++i) {
         if (pointer[i] == '/') {
@@ -262,7 +278,7 @@ std::vector<std::string> PointerSegments(const std::string& pointer) {
         } else if (i + 1 < pointer.size() && (pointer[i + 1] == '0' || pointer[i + 1] == '1')) {
             names.back() += pointer[++i] == '0' ? '~' : '/';
         } else {
-            throw UsageError("the JSON pointer '" + pointer + "' has a '~' not followed by 0 or 1");
+            throw UsageError("the JSON pointer " + PrintedName(pointer) + " has a '~' not followed by 0 or 1");
         }
     }
     return names;

@@ -19,9 +19,6 @@ std::string ExactValueText(const Tarsel::Core::Property& node);
 
 // The name of a node's type for a user: "a boolean", "an integer", ...
 std::string TypeName(const Tarsel::Core::Property& node);
-// The name of a JSON value's kind for a user: "null", "a boolean", "an
-// integer", "a double", "a string", "an object", "an array".
-std::string KindName(Tarsel::Core::JsonText::Kind kind);
 
 // The JSON text that `set` writes for VALUE text of type "bool", "int",
 // "double", "string" or "ratio"; an empty type infers it: true or false is a
@@ -42,8 +39,11 @@ std::string JsonStringText(const std::string& value);
 std::vector<std::string> PathSegments(const std::string& path);
 
 // The names along an RFC 6901 JSON Pointer: "" is the whole document,
-// "/a~1b" the one name "a/b", "~0" a "~". Throws UsageError for a pointer
-// that does not start with "/" or a "~" followed by neither 0 nor 1.
+// "/a~1b" the one name "a/b", "~0" a "~". A pointer that starts with '"' is
+// given as a JSON string, whose escapes are decoded first: "\"/a\\nb\"" is
+// the one name "a", newline, "b". Throws UsageError for a pointer that does
+// not start with "/", a "~" followed by neither 0 nor 1, or a '"' that does
+// not begin exactly one JSON string.
 std::vector<std::string> PointerSegments(const std::string& pointer);
 
 // The node that names lead to from root, each name the first child of that

@@ -414,6 +414,8 @@ std::string DecodeString(std::string_view text, std::size_t quote) {
     std::string out;
     out.reserve(end - quote - 1);
     for (std::size_t i = quote + 1; i < end;) {
+        // Only within the string: a search to the end of the text would
+        // cost each string the length of everything after it.
         const std::size_t escape = text.substr(0, end).find('\\', i);
         const std::size_t plain = std::min(escape, end);
         out.append(text.data() + i, plain - i);
