@@ -43,22 +43,27 @@ std::size_t StartOfOwnLine(std::string_view text, std::size_t offset) {
 }
 
 // The same, where /* */ comments may stand before offset on its line too:
-// they go with what follows them there.
+// they go with what follows them there. Read backwards from offset, so that
+// it costs what stands before offset on its line, however long the line.
 std::size_t StartOfLineAfterComments(std::string_view text, std::size_t offset) {
-    const std::size_t lineEnd = offset == 0 ? std::string_view::npos : text.rfind('\n', offset - 1);
-    const std::size_t lineStart = lineEnd == std::string_view::npos ? 0 : lineEnd + 1;
-    for (std::size_t at = lineStart; at < offset;) {
-        if (IsBlank(text[at])) {
-            ++at;
-        } else if (text.compare(at, 2, "/*") == 0 && text.find("*/", at + 2) + 2 <= offset) {
-            at = text.find("*/", at + 2) + 2;
-        } else {
+    std::size_t at = offset;
+    for (;;) {
+        while (at > 0 && IsBlank(text[at - 1])) {
+            --at;
+        }
+        if (at == 0 || text[at - 1] == '\n') {
+            return at;
+        }
+        if (at < 2 || text[at - 1] != '/' || text[at - 2] != '*') {
             return kNowhere;
         }
+        const std::size_t open = text.rfind("/*", at - 2);
+        if (open == std::string_view::npos || text.substr(open, at - open).find('\n') != std::string_view::npos) {
+            return kNowhere;
+        }
+        at = open;
     }
-    return lineStart;
 }
-
 }  // namespace
 
 std::string Applied(std::string_view text, std::vector<Splice> splices) {
@@ -473,7 +478,7 @@ void ContainerEdit::Finish(std::vector<Splice>& out) const {
         // lines of their own.
         const bool ownLines = last.reachesLineEnd;
         const std::string indent =
-            placement.multiLine ? placement.indent : IndentationAt(text, last.start) + m_style.indentUnit;
+            !ownLines || placement.multiLine ? placement.indent : IndentationAt(text, last.start) + m_style.indentUnit;
         std::string added;
         for (std::size_t i = 0; i < atEnd.size(); ++i) {
             const bool comma = i + 1 < atEnd.size() || trailing;
