@@ -39,6 +39,19 @@ bool SkipDigits(const std::string& text, std::size_t* position) {
     return *position > start;
 }
 
+// An optional exponent at *position: (e|E)[+-]digits; false when one is
+// begun and not finished.
+bool SkipExponent(const std::string& text, std::size_t* position) {
+    if (*position < text.size() && (text[*position] == 'e' || text[*position] == 'E')) {
+        ++*position;
+        if (*position < text.size() && (text[*position] == '+' || text[*position] == '-')) {
+            ++*position;
+        }
+        return SkipDigits(text, position);
+    }
+    return true;
+}
+
 // [+-] digits, nothing else.
 bool IsInteger(const std::string& text) {
     std::size_t position = text.empty() || (text[0] != '+' && text[0] != '-') ? 0 : 1;
@@ -54,19 +67,7 @@ bool IsDecimal(const std::string& text) {
         ++position;
         digits = SkipDigits(text, &position) || digits;
     }
-    if (!digits) {
-        return false;
-    }
-    if (position < text.size() && (text[position] == 'e' || text[position] == 'E')) {
-        ++position;
-        if (position < text.size() && (text[position] == '+' || text[position] == '-')) {
-            ++position;
-        }
-        if (!SkipDigits(text, &position)) {
-            return false;
-        }
-    }
-    return position == text.size();
+    return digits && SkipExponent(text, &position) && position == text.size();
 }
 
 // A number as JSON spells one: -?(0|[1-9][0-9]*)(.[0-9]+)?([eE][+-]?[0-9]+)?
@@ -83,16 +84,7 @@ bool IsJsonNumber(const std::string& text) {
             return false;
         }
     }
-    if (position < text.size() && (text[position] == 'e' || text[position] == 'E')) {
-        ++position;
-        if (position < text.size() && (text[position] == '+' || text[position] == '-')) {
-            ++position;
-        }
-        if (!SkipDigits(text, &position)) {
-            return false;
-        }
-    }
-    return position == text.size();
+    return SkipExponent(text, &position) && position == text.size();
 }
 
 bool IsJsonInteger(const std::string& text) {
