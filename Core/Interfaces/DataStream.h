@@ -4,6 +4,7 @@
 // boost::intrusive_ptr; they delete themselves on the last Release.
 #pragma once
 
+#include <Core/Interfaces/Export.h>
 #include <Core/Interfaces/Path.h>
 #include <Core/Interfaces/RefCount.h>
 
@@ -16,7 +17,7 @@
 namespace Tarsel::Core {
 
 // The read side of a byte source.
-class IInputStream {
+class TARSEL_API IInputStream {
 public:
     virtual ~IInputStream();
     // The number of bytes still to be read; does not consume anything.
@@ -27,18 +28,18 @@ public:
 };
 
 // The write side of a byte sink.
-class IOutputStream {
+class TARSEL_API IOutputStream {
 public:
     virtual ~IOutputStream();
     // Appends size bytes from data; returns how many it accepted.
     virtual std::size_t Write(const void* data, std::size_t size) = 0;
 };
 
-class IDataInput : public virtual IRefCountable, public virtual IInputStream {};
-class IDataOutput : public virtual IRefCountable, public virtual IOutputStream {};
+class TARSEL_API IDataInput : public virtual IRefCountable, public virtual IInputStream {};
+class TARSEL_API IDataOutput : public virtual IRefCountable, public virtual IOutputStream {};
 
 // Reads from a string it owns.
-class MemoryDataInput : public RefCounted<IDataInput> {
+class TARSEL_API MemoryDataInput : public RefCounted<IDataInput> {
 public:
     static boost::intrusive_ptr<MemoryDataInput> Create(std::string bytes);
 
@@ -46,14 +47,14 @@ public:
     std::size_t Read(void* data, std::size_t size) override;
 
 private:
-    explicit MemoryDataInput(std::string bytes);
+    TARSEL_HIDDEN explicit MemoryDataInput(std::string bytes);
 
     std::string m_bytes;
     std::size_t m_position = 0;
 };
 
 // Collects what is written in memory.
-class MemoryDataOutput : public RefCounted<IDataOutput> {
+class TARSEL_API MemoryDataOutput : public RefCounted<IDataOutput> {
 public:
     static boost::intrusive_ptr<MemoryDataOutput> Create();
 
@@ -78,7 +79,7 @@ private:
 // the system's error code, when the file cannot be opened or read or is a
 // directory, and std::bad_alloc when a content read whole does not fit in
 // memory.
-class FileDataInput : public RefCounted<IDataInput> {
+class TARSEL_API FileDataInput : public RefCounted<IDataInput> {
 public:
     static boost::intrusive_ptr<FileDataInput> Create(const ioPath& path);
     ~FileDataInput() override;
@@ -87,8 +88,8 @@ public:
     std::size_t Read(void* data, std::size_t size) override;
 
 private:
-    explicit FileDataInput(std::FILE* file);
-    explicit FileDataInput(boost::intrusive_ptr<MemoryDataInput> content);
+    TARSEL_HIDDEN explicit FileDataInput(std::FILE* file);
+    TARSEL_HIDDEN explicit FileDataInput(boost::intrusive_ptr<MemoryDataInput> content);
 
     // Exactly one of the two is set.
     std::FILE* m_file = nullptr;
@@ -97,7 +98,7 @@ private:
 
 // Writes a file, created or truncated. Create throws
 // boost::filesystem::filesystem_error when the file cannot be opened.
-class FileDataOutput : public RefCounted<IDataOutput> {
+class TARSEL_API FileDataOutput : public RefCounted<IDataOutput> {
 public:
     static boost::intrusive_ptr<FileDataOutput> Create(const ioPath& path);
     // Closes the file; a failure then goes unreported, so call Close to learn
@@ -110,7 +111,7 @@ public:
     void Close();
 
 private:
-    FileDataOutput(std::FILE* file, const ioPath& path);
+    TARSEL_HIDDEN FileDataOutput(std::FILE* file, const ioPath& path);
 
     std::FILE* m_file;
     ioPath m_path;
@@ -129,7 +130,7 @@ private:
 // Create throws boost::filesystem::filesystem_error, carrying the target's
 // path and the system's error code, when the temporary file cannot be made
 // (a missing or read-only folder, say) or the target is a directory.
-class AtomicFileDataOutput : public RefCounted<IDataOutput> {
+class TARSEL_API AtomicFileDataOutput : public RefCounted<IDataOutput> {
 public:
     static boost::intrusive_ptr<AtomicFileDataOutput> Create(const ioPath& target);
     // Removes the temporary file unless Commit succeeded.
@@ -150,13 +151,13 @@ public:
     void Commit();
 
 private:
-    AtomicFileDataOutput(std::FILE* file, const ioPath& target, const ioPath& temporary);
+    TARSEL_HIDDEN AtomicFileDataOutput(std::FILE* file, const ioPath& target, const ioPath& temporary);
 
     // Closes and removes the temporary file; safe to call twice.
-    void Discard() noexcept;
+    TARSEL_HIDDEN void Discard() noexcept;
     // Each step returns 0, or the errno of its failure.
-    int FinishWriting();
-    int TakeTargetAttributes();
+    TARSEL_HIDDEN int FinishWriting();
+    TARSEL_HIDDEN int TakeTargetAttributes();
 
     std::FILE* m_file;
     ioPath m_target;

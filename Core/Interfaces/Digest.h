@@ -2,6 +2,7 @@
 #pragma once
 
 #include <Core/Interfaces/DataStream.h>
+#include <Core/Interfaces/Export.h>
 
 #include <boost/intrusive_ptr.hpp>
 
@@ -20,13 +21,14 @@ namespace Tarsel::Core {
 // Throws std::bad_alloc when the reported size cannot be buffered,
 // std::invalid_argument when input is null, CoreException (TagDescription)
 // when OpenSSL cannot compute MD5; what input's Read throws passes through.
-std::vector<unsigned char> MD5Generate(boost::intrusive_ptr<IDataInput> input, const std::string& stopMarker);
+TARSEL_API std::vector<unsigned char> MD5Generate(boost::intrusive_ptr<IDataInput> input,
+                                                  const std::string& stopMarker);
 
 // A new random RFC 4122 version 4 identifier, lowercase 8-4-4-4-12 text such
 // as "0f8fad5b-d9cb-469f-a165-70867728950e". Each call seeds a fresh Mersenne
 // Twister from the system's entropy, so calls share no state and cost a
 // seeding each. Throws boost::uuids::entropy_error (a std::runtime_error) when
 // the entropy source cannot be read.
-std::string GenerateStringUuid();
+TARSEL_API std::string GenerateStringUuid();
 
 }  // namespace Tarsel::Core

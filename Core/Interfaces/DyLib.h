@@ -3,6 +3,7 @@
 // file names, and the process environment a module may read when it loads.
 #pragma once
 
+#include <Core/Interfaces/Export.h>
 #include <Core/Interfaces/Path.h>
 
 #include <string>
@@ -15,7 +16,7 @@ namespace Tarsel::Core {
 // a text is built, escapes.
 //
 // Not thread-safe: one object is used by one thread at a time.
-class DyLib {
+class TARSEL_API DyLib {
 public:
     DyLib() = default;
     // Opens path; a failure leaves the object closed with the error text set.
@@ -58,12 +59,12 @@ public:
 
 private:
     // The platform's loader, called directly; these hold no state.
-    static void* InnerOpen(const ioPath& path);
+    TARSEL_HIDDEN static void* InnerOpen(const ioPath& path);
     // True when the loader unloaded the module. handle must not be null.
-    static bool InnerClose(void* handle);
-    static void* InnerGetProc(void* handle, const std::string& name);
+    TARSEL_HIDDEN static bool InnerClose(void* handle);
+    TARSEL_HIDDEN static void* InnerGetProc(void* handle, const std::string& name);
     // The loader's text for the failure of the call just made on this thread.
-    static std::string InnerGetErrorDescription();
+    TARSEL_HIDDEN static std::string InnerGetErrorDescription();
 
     void* m_handle = nullptr;
     ioPath m_path;
@@ -86,18 +87,18 @@ enum SysPaths : int {
 // The folder for sysPath, ending with "/" so that a module name can be
 // appended with +. Throws std::logic_error "undefined value of variable
 // 'sysPath'", followed by a line break and the call stack, for any other value.
-ioPath GetLibraryPath(SysPaths sysPath);
+TARSEL_API ioPath GetLibraryPath(SysPaths sysPath);
 
 // This platform's file name for the module name: "codec" gives "libcodec.so"
 // on Linux and "libcodec.dylib" on macOS. Prefix and suffix are added
 // unconditionally, so pass bare names: "libcodec" gives "liblibcodec.so" and
 // "dir/codec" gives "libdir/codec.so".
-ioPath GetPlatformModuleName(const ioPath& name);
+TARSEL_API ioPath GetPlatformModuleName(const ioPath& name);
 
 // Sets name to value in the process environment, replacing any value it had.
 // Returns the status of setenv: 0, or -1 (errno set) for an empty name or one
 // that contains "=". Throws nothing. Not synchronised: set variables before
 // starting threads that read the environment.
-int SetSysEnvironmentVariable(const std::string& name, const std::string& value);
+TARSEL_API int SetSysEnvironmentVariable(const std::string& name, const std::string& value);
 
 }  // namespace Tarsel::Core

@@ -7,6 +7,7 @@
 // of them with boost::diagnostic_information.
 #pragma once
 
+#include <Core/Interfaces/Export.h>
 #include <Core/Interfaces/PropertyTypes.h>
 
 #include <boost/config.hpp>
@@ -35,7 +36,7 @@ namespace Tarsel {
 namespace Tags {
 
 template <const char* PrintedName>
-struct Named;
+struct TARSEL_API Named;
 
 template <const char* PrintedName, class T>
 std::string to_string(const boost::error_info<Named<PrintedName>, T>& record) {
@@ -44,22 +45,22 @@ std::string to_string(const boost::error_info<Named<PrintedName>, T>& record) {
 
 // The printed names: inline, so that each names one object in every module,
 // which keeps each record type one type across the library boundary.
-inline constexpr char Description[] = "Tarsel::TagDescription";
-inline constexpr char CallStack[] = "Tarsel::TagCallStack";
-inline constexpr char BlockSize[] = "Tarsel::Core::MemoryException::TagBlockSize";
-inline constexpr char PropertyName[] = "Tarsel::Core::PropertyException::TagPropertyName";
-inline constexpr char PropertyType[] = "Tarsel::Core::PropertyException::TagPropertyType";
-inline constexpr char MethodName[] = "Tarsel::Core::PropertyException::TagMethodName";
-inline constexpr char RequestedType[] = "Tarsel::Core::PropertyException::TagRequestedType";
-inline constexpr char OtherPropertyType[] = "Tarsel::Core::PropertyException::TagOtherPropertyType";
-inline constexpr char RequestedChildName[] = "Tarsel::Core::PropertyException::TagRequestedChildName";
-inline constexpr char RequestedChildIndex[] = "Tarsel::Core::PropertyException::TagRequestedChildIndex";
-inline constexpr char ChildCount[] = "Tarsel::Core::PropertyException::TagChildCount";
-inline constexpr char ParseError[] = "Tarsel::Core::JsonException::TagParseError";
-inline constexpr char ParseOffset[] = "Tarsel::Core::JsonException::TagParseOffset";
-inline constexpr char ParseLine[] = "Tarsel::Core::JsonException::TagParseLine";
-inline constexpr char ParseColumn[] = "Tarsel::Core::JsonException::TagParseColumn";
-inline constexpr char ParseReason[] = "Tarsel::Core::JsonException::TagParseReason";
+TARSEL_API inline constexpr char Description[] = "Tarsel::TagDescription";
+TARSEL_API inline constexpr char CallStack[] = "Tarsel::TagCallStack";
+TARSEL_API inline constexpr char BlockSize[] = "Tarsel::Core::MemoryException::TagBlockSize";
+TARSEL_API inline constexpr char PropertyName[] = "Tarsel::Core::PropertyException::TagPropertyName";
+TARSEL_API inline constexpr char PropertyType[] = "Tarsel::Core::PropertyException::TagPropertyType";
+TARSEL_API inline constexpr char MethodName[] = "Tarsel::Core::PropertyException::TagMethodName";
+TARSEL_API inline constexpr char RequestedType[] = "Tarsel::Core::PropertyException::TagRequestedType";
+TARSEL_API inline constexpr char OtherPropertyType[] = "Tarsel::Core::PropertyException::TagOtherPropertyType";
+TARSEL_API inline constexpr char RequestedChildName[] = "Tarsel::Core::PropertyException::TagRequestedChildName";
+TARSEL_API inline constexpr char RequestedChildIndex[] = "Tarsel::Core::PropertyException::TagRequestedChildIndex";
+TARSEL_API inline constexpr char ChildCount[] = "Tarsel::Core::PropertyException::TagChildCount";
+TARSEL_API inline constexpr char ParseError[] = "Tarsel::Core::JsonException::TagParseError";
+TARSEL_API inline constexpr char ParseOffset[] = "Tarsel::Core::JsonException::TagParseOffset";
+TARSEL_API inline constexpr char ParseLine[] = "Tarsel::Core::JsonException::TagParseLine";
+TARSEL_API inline constexpr char ParseColumn[] = "Tarsel::Core::JsonException::TagParseColumn";
+TARSEL_API inline constexpr char ParseReason[] = "Tarsel::Core::JsonException::TagParseReason";
 
 }  // namespace Tags
 
@@ -72,7 +73,7 @@ using TagDescription = NamedErrorInfo<Tags::Description, std::string>;
 // Call stack text of the throw site, one frame a line (see StackTrace).
 using TagCallStack = NamedErrorInfo<Tags::CallStack, std::string>;
 
-class Exception : public virtual std::exception, public virtual boost::exception {
+class TARSEL_API Exception : public virtual std::exception, public virtual boost::exception {
 public:
     ~Exception() noexcept override;
 };
@@ -129,7 +130,7 @@ public:
     using TagParseReason = NamedErrorInfo<Tags::ParseReason, std::string>;
 
 #define TARSEL_DECLARE_EXCEPTION(Name, Derivation, Base, Members) \
-    class Name : public Derivation Base {                         \
+    class TARSEL_API Name : public Derivation Base {              \
     public:                                                       \
         Members                                                   \
         ~Name() noexcept override;                                \
@@ -147,35 +148,35 @@ TARSEL_CORE_EXCEPTIONS(TARSEL_DECLARE_EXCEPTION)
 // a comma or '}' after an object member", "settings.json: permission denied";
 // what() for an exception the library does not know. Never throws but
 // std::bad_alloc.
-std::string ErrorMessage(const std::exception& e);
+TARSEL_API std::string ErrorMessage(const std::exception& e);
 
 // The call stack of the caller, one frame a line, without the frames of the
 // capture itself. Throws std::bad_alloc when memory runs out.
-std::string GetCallStack();
+TARSEL_API std::string GetCallStack();
 
 // Publishes the flag Core::StackTrace::s_enabled for clients that consult it.
 // The library itself always captures call stacks, whatever its value.
-void SetCallStackEnabled(bool enabled);
+TARSEL_API void SetCallStackEnabled(bool enabled);
 
 // Attaches the caller's call stack to e itself as TagCallStack and returns e.
 // Both overloads stay out of line, so that a recorded stack starts at
 // AddStack in every build type, optimised ones included.
 template <class E>
-BOOST_NOINLINE std::enable_if_t<std::is_base_of_v<Exception, E>, const E&> AddStack(const E& e) {
+TARSEL_API BOOST_NOINLINE std::enable_if_t<std::is_base_of_v<Exception, E>, const E&> AddStack(const E& e) {
     return e << TagCallStack(GetCallStack());
 }
 
 // Standard logic errors carry no records, so the stack goes into the message:
 // returns a new E whose what() is e.what(), a line feed, then the stack.
 template <class E>
-BOOST_NOINLINE std::enable_if_t<std::is_base_of_v<std::logic_error, E>, const E> AddStack(const E& e) {
+TARSEL_API BOOST_NOINLINE std::enable_if_t<std::is_base_of_v<std::logic_error, E>, const E> AddStack(const E& e) {
     return E(std::string(e.what()) + "\n" + GetCallStack());
 }
 
 // A throw site: the function text that boost records, and the real file and
 // line. The text is passed explicitly so that every compiler records the same
 // string (clang's spelling).
-struct ThrowSite {
+struct TARSEL_API ThrowSite {
     const char* function;
     const char* file;
     int line;
@@ -214,13 +215,13 @@ extern template const std::invalid_argument AddStack(const std::invalid_argument
 // out-of-line destructor makes this library the one home of its type
 // identity (JsonException has no object and is caught like the others).
 extern "C" {
-extern Tarsel::Core::CoreException exportDummyException;
-extern Tarsel::Core::IOException exportDummyException0;
-extern Tarsel::Core::MemoryException exportDummyException1;
-extern Tarsel::Core::PropertyException exportDummyException2;
-extern Tarsel::Core::MethodIsNotApplicable exportDummyException3;
-extern Tarsel::Core::WrongTypeIsRequested exportDummyException4;
-extern Tarsel::Core::IndexIsOutOfBound exportDummyException5;
-extern Tarsel::Core::ChildNameIsNotFound exportDummyException6;
-extern Tarsel::Core::ComparedPropertiesHaveDifferentTypes exportDummyException7;
+extern TARSEL_API Tarsel::Core::CoreException exportDummyException;
+extern TARSEL_API Tarsel::Core::IOException exportDummyException0;
+extern TARSEL_API Tarsel::Core::MemoryException exportDummyException1;
+extern TARSEL_API Tarsel::Core::PropertyException exportDummyException2;
+extern TARSEL_API Tarsel::Core::MethodIsNotApplicable exportDummyException3;
+extern TARSEL_API Tarsel::Core::WrongTypeIsRequested exportDummyException4;
+extern TARSEL_API Tarsel::Core::IndexIsOutOfBound exportDummyException5;
+extern TARSEL_API Tarsel::Core::ChildNameIsNotFound exportDummyException6;
+extern TARSEL_API Tarsel::Core::ComparedPropertiesHaveDifferentTypes exportDummyException7;
 }

@@ -6,6 +6,7 @@
 // RemoveDir swallows them. Status queries follow symbolic links.
 #pragma once
 
+#include <Core/Interfaces/Export.h>
 #include <Core/Interfaces/Path.h>
 
 #include <map>
@@ -18,18 +19,18 @@ namespace Tarsel::Core {
 // True when path names anything, a directory included; false for a missing
 // path or a dangling symbolic link. Throws filesystem_error when the status
 // cannot be taken (permission denied on a parent, say).
-bool FileExists(const ioPath& path);
+TARSEL_API bool FileExists(const ioPath& path);
 
 // Removes a regular file (or the link that leads to one). Returns false, and
 // touches nothing, for a missing path, a directory or any other type. Throws
 // filesystem_error when the status cannot be taken or the removal fails.
-bool RemoveFile(const ioPath& path);
+TARSEL_API bool RemoveFile(const ioPath& path);
 
 // Removes a directory tree; true when something was removed. Returns false
 // for a missing path or a non-directory, and also when the removal itself
 // fails: what was removed before the failure stays removed. Throws
 // filesystem_error only when the status cannot be taken beforehand.
-bool RemoveDir(const ioPath& path);
+TARSEL_API bool RemoveDir(const ioPath& path);
 
 // Copies the files of source into target, creating target (one level, never
 // its parents) when it is missing. Returns false when source is not a
@@ -38,13 +39,13 @@ bool RemoveDir(const ioPath& path);
 // A subdirectory is copied to target / its whole path, not to target / its
 // name: we keep this joining as it is, so "src/sub" goes to "target/src/sub",
 // and the copy throws unless that folder structure already exists in target.
-bool CopyDir(const ioPath& source, const ioPath& target);
+TARSEL_API bool CopyDir(const ioPath& source, const ioPath& target);
 
 // True when path may be used as a file's path: not empty, at most 1024
 // bytes, and its file name does not begin with a space nor hold a "/".
 // Only the last element is judged: "a/b.txt" is valid, "dir/ x" is not, and
 // "dir/" is valid (its file name is "."). Never throws.
-bool CheckValidFilename(const ioPath& path);
+TARSEL_API bool CheckValidFilename(const ioPath& path);
 
 // Rewrites *path into a path that neither exists nor is in *reserved: gives
 // it the extension (with or without its "."; an empty one removes it) and,
@@ -62,8 +63,8 @@ bool CheckValidFilename(const ioPath& path);
 // be cut short enough, such as one made only of spaces, and filesystem_error
 // when a status cannot be taken; *path then holds the proposed path with its
 // new extension.
-void UpdateFilePathIfExist(const std::set<ioPath>* reserved, bool numberOnly, const std::string& extension,
-                           ioPath* path);
+TARSEL_API void UpdateFilePathIfExist(const std::set<ioPath>* reserved, bool numberOnly, const std::string& extension,
+                                      ioPath* path);
 
 // Groups files by the folder that holds them (their parent_path; "" for a
 // bare name). Each list keeps the input's order of first occurrence, and a
@@ -71,6 +72,6 @@ void UpdateFilePathIfExist(const std::set<ioPath>* reserved, bool numberOnly, co
 // "a/b.txt"), is listed once as first spelt. Pure path arithmetic, never
 // touches the disk. Quadratic in the number of files: meant for lists a user
 // picked by hand.
-std::map<ioPath, std::vector<ioPath>> MakeDirectoryToFileListMap(const std::vector<ioPath>& files);
+TARSEL_API std::map<ioPath, std::vector<ioPath>> MakeDirectoryToFileListMap(const std::vector<ioPath>& files);
 
 }  // namespace Tarsel::Core

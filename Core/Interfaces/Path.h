@@ -3,13 +3,15 @@
 // given, UTF-8 by convention, never normalised.
 #pragma once
 
+#include <Core/Interfaces/Export.h>
+
 #include <boost/filesystem/path.hpp>
 
 #include <string>
 
 namespace Tarsel {
 
-class ioPath {
+class TARSEL_API ioPath {
 public:
     ioPath() = default;
     ioPath(const boost::filesystem::path& path);
@@ -74,9 +76,9 @@ private:
     boost::filesystem::path m_path;
 };
 
-ioPath operator+(const ioPath& left, const ioPath& right);
-bool operator==(const ioPath& left, const ioPath& right);
-bool operator!=(const ioPath& left, const ioPath& right);
+TARSEL_API ioPath operator+(const ioPath& left, const ioPath& right);
+TARSEL_API bool operator==(const ioPath& left, const ioPath& right);
+TARSEL_API bool operator!=(const ioPath& left, const ioPath& right);
 
 inline void swap(ioPath& a, ioPath& b) noexcept {
     a.swap(b);

@@ -2,6 +2,8 @@
 // autorelease pool, and the print-screen hook.
 #pragma once
 
+#include <Core/Interfaces/Export.h>
+
 #include <memory>
 
 namespace Tarsel::Core {
@@ -10,7 +12,7 @@ namespace Tarsel::Core {
 // autoreleased while it lives are released when it is destroyed. Elsewhere
 // it is an empty scope. Pools belong to the thread that creates them; destroy
 // them on that thread, in the reverse order of their creation.
-class AutoreleasePool {
+class TARSEL_API AutoreleasePool {
 public:
     AutoreleasePool();
     // Drains the pool; never throws.
@@ -24,7 +26,7 @@ private:
 };
 
 // The base of the platform hooks.
-class Hooker {
+class TARSEL_API Hooker {
 public:
     virtual ~Hooker();
 };
@@ -32,7 +34,7 @@ public:
 // The print-screen hook. We install nothing on any platform we support: the
 // callback is neither stored nor called, null included. The class exists so
 // that portable client code can create the hook everywhere.
-class HookerPrintScreen : public Hooker {
+class TARSEL_API HookerPrintScreen : public Hooker {
 public:
     // Throws std::bad_alloc when memory runs out.
     explicit HookerPrintScreen(void (*callback)());

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <Core/Interfaces/Exceptions.h>
+#include <Core/Interfaces/Export.h>
 #include <Core/Interfaces/PropertyTypes.h>
 
 #include <boost/cstdint.hpp>
@@ -28,7 +29,7 @@ class SerializerAccess;
 // is a plain value; concurrent use of one tree needs outside locking.
 // A tree may be of any depth: copying, comparing, printing, saving and
 // destroying it hold their path in the heap, never one stack frame a level.
-class Property {
+class TARSEL_API Property {
 public:
     using ChildListType = std::list<Property>;
     using iterator = ChildListType::iterator;
@@ -224,27 +225,27 @@ private:
     // container's, see the copy constructor.
     bool CopiesTakeChildren() const noexcept { return GetType() == TypeArray; }
     // A deep copy of the children that a copy of src takes.
-    static ChildListType ChildrenForCopy(const Property& src);
+    TARSEL_HIDDEN static ChildListType ChildrenForCopy(const Property& src);
     // A deep copy of children, every level's children by the rule of
     // ChildrenForCopy; built aside, so a failure leaves nothing behind.
-    static ChildListType CopyChildren(const ChildListType& children);
+    TARSEL_HIDDEN static ChildListType CopyChildren(const ChildListType& children);
 
     // A copy of value, never by the variant's copy constructor: with
     // libstdc++ 12 that constructor crashes the process while unwinding when
     // copying the alternative throws (a string that cannot be allocated),
     // where std::bad_alloc must reach the caller.
-    static Value CopyValue(const Value& value);
+    TARSEL_HIDDEN static Value CopyValue(const Value& value);
 
     // Exchanges everything but the names: the one place that lists what a
     // node holds besides its name (Swap and the JSON reader build on it).
-    void SwapContent(Property& other) noexcept;
+    TARSEL_HIDDEN void SwapContent(Property& other) noexcept;
 
     template <class T>
-    const T& Get(PropertyTypes required, const ThrowSite& site) const;
-    void AssignScalar(Value&& value) noexcept;
+    TARSEL_HIDDEN const T& Get(PropertyTypes required, const ThrowSite& site) const;
+    TARSEL_HIDDEN void AssignScalar(Value&& value) noexcept;
     Property& AppendChild(Property& child);
-    const Property* FindChildByName(std::string_view name) const noexcept;
-    bool ContainerEquals(const Property& other) const;
+    TARSEL_HIDDEN const Property* FindChildByName(std::string_view name) const noexcept;
+    TARSEL_HIDDEN bool ContainerEquals(const Property& other) const;
 
     // The function text that SetChildT or CreateChildT records: its value's
     // type named where the template has T, "const long long &" for long
@@ -252,11 +253,11 @@ private:
     enum class ChildTemplate { Set, Create };
     static const char* ChildTFunction(ChildTemplate which, const std::type_info& valueType);
 
-    void RequireArray(const char* method, const ThrowSite& site) const;
+    TARSEL_HIDDEN void RequireArray(const char* method, const ThrowSite& site) const;
     [[noreturn]] void ThrowMethodIsNotApplicable(const char* method, const ThrowSite& site) const;
-    static void RequireName(const std::string& name, const ThrowSite& site);
-    [[noreturn]] void ThrowChildNameIsNotFound(std::string_view name, const ThrowSite& site) const;
-    [[noreturn]] void ThrowIndexIsOutOfBound(std::size_t index, const ThrowSite& site) const;
+    TARSEL_HIDDEN static void RequireName(const std::string& name, const ThrowSite& site);
+    [[noreturn]] TARSEL_HIDDEN void ThrowChildNameIsNotFound(std::string_view name, const ThrowSite& site) const;
+    [[noreturn]] TARSEL_HIDDEN void ThrowIndexIsOutOfBound(std::size_t index, const ThrowSite& site) const;
 
     std::string m_name;
     Value m_value;
@@ -264,26 +265,26 @@ private:
 };
 
 // Exchanges two nodes without copying.
-void swap(Property& a, Property& b) noexcept;
+TARSEL_API void swap(Property& a, Property& b) noexcept;
 
 // Typed reads for generic code. int and unsigned int take the low 32 bits of
 // the stored integer, without a range or sign check (a deliberate narrowing).
 template <class T>
-T GetValue(const Property& property) = delete;
+TARSEL_API T GetValue(const Property& property) = delete;
 template <>
-bool GetValue<bool>(const Property& property);
+TARSEL_API bool GetValue<bool>(const Property& property);
 template <>
-double GetValue<double>(const Property& property);
+TARSEL_API double GetValue<double>(const Property& property);
 template <>
-long long GetValue<long long>(const Property& property);
+TARSEL_API long long GetValue<long long>(const Property& property);
 template <>
-int GetValue<int>(const Property& property);
+TARSEL_API int GetValue<int>(const Property& property);
 template <>
-unsigned int GetValue<unsigned int>(const Property& property);
+TARSEL_API unsigned int GetValue<unsigned int>(const Property& property);
 template <>
-std::string GetValue<std::string>(const Property& property);
+TARSEL_API std::string GetValue<std::string>(const Property& property);
 template <>
-Ratio GetValue<Ratio>(const Property& property);
+TARSEL_API Ratio GetValue<Ratio>(const Property& property);
 
 // Reads a setting with a default: the value at path below root (a path as
 // ChildByPath takes it) as GetValue<T> reads it, or fallback when a name on
@@ -296,33 +297,35 @@ Ratio GetValue<Ratio>(const Property& property);
 //   GetValueOr<long long>(settings, "video/width", 1920)
 //   GetValueOr(settings, "video/codec", "h264")  (a std::string)
 template <class T>
-T GetValueOr(const Property& root, const std::string& path, const T& fallback) = delete;
+TARSEL_API T GetValueOr(const Property& root, const std::string& path, const T& fallback) = delete;
 template <>
-bool GetValueOr<bool>(const Property& root, const std::string& path, const bool& fallback);
+TARSEL_API bool GetValueOr<bool>(const Property& root, const std::string& path, const bool& fallback);
 template <>
-double GetValueOr<double>(const Property& root, const std::string& path, const double& fallback);
+TARSEL_API double GetValueOr<double>(const Property& root, const std::string& path, const double& fallback);
 template <>
-long long GetValueOr<long long>(const Property& root, const std::string& path, const long long& fallback);
+TARSEL_API long long GetValueOr<long long>(const Property& root, const std::string& path, const long long& fallback);
 template <>
-int GetValueOr<int>(const Property& root, const std::string& path, const int& fallback);
+TARSEL_API int GetValueOr<int>(const Property& root, const std::string& path, const int& fallback);
 template <>
-unsigned int GetValueOr<unsigned int>(const Property& root, const std::string& path, const unsigned int& fallback);
+TARSEL_API unsigned int GetValueOr<unsigned int>(const Property& root, const std::string& path,
+                                                 const unsigned int& fallback);
 template <>
-std::string GetValueOr<std::string>(const Property& root, const std::string& path, const std::string& fallback);
+TARSEL_API std::string GetValueOr<std::string>(const Property& root, const std::string& path,
+                                               const std::string& fallback);
 template <>
-Ratio GetValueOr<Ratio>(const Property& root, const std::string& path, const Ratio& fallback);
+TARSEL_API Ratio GetValueOr<Ratio>(const Property& root, const std::string& path, const Ratio& fallback);
 // A text fallback reads a string.
-std::string GetValueOr(const Property& root, const std::string& path, const char* fallback);
+TARSEL_API std::string GetValueOr(const Property& root, const std::string& path, const char* fallback);
 
 // --- Ratios and value text ---------------------------------------------
 
 // numerator "/" denominator: "30000/1001", "-1/2", "0/1".
-std::string StringFromRatio(const Ratio& ratio);
+TARSEL_API std::string StringFromRatio(const Ratio& ratio);
 
 // Parses digits "/" digits (nothing else: no sign, no blanks) into ratio,
 // normalised. False, ratio untouched, for any other text or a part beyond the
 // long long range; a zero denominator throws boost::bad_rational.
-bool RatioFromString(const std::string& text, Ratio& ratio);
+TARSEL_API bool RatioFromString(const std::string& text, Ratio& ratio);
 
 // The best continued-fraction approximation of number with a denominator up
 // to maxDenominator: 29.97 with 1001 gives 2997/100. A convergent must stay
@@ -330,17 +333,18 @@ bool RatioFromString(const std::string& text, Ratio& ratio);
 // factor is at least half the term (3.14159265358979 with 7 gives 22/7, with
 // 6 gives 19/6). A bound of 1 or less gives the value truncated over 1.
 // Throws std::invalid_argument for NaN, infinities and |number| >= 2^63.
-Ratio RatioFromDoubleApprox(double number, long long maxDenominator);
+TARSEL_API Ratio RatioFromDoubleApprox(double number, long long maxDenominator);
 
 // The value of a scalar node as text ("1" for true, 6 significant digits for
 // doubles); Empty and container nodes throw PropertyException with
 // TagDescription "Wrong property type".
-std::string PropertyValueToString(const Property& property);
+TARSEL_API std::string PropertyValueToString(const Property& property);
 
 // Writes the node, and a container's whole subtree one child a line with one
 // more tab of indentation, in out's own formatting. A container printed with
 // newLine ends with an empty line after its last child.
-void PrintPropertyValue(const Property& property, int indent, std::ostream& out, bool printName, bool newLine);
+TARSEL_API void PrintPropertyValue(const Property& property, int indent, std::ostream& out, bool printName,
+                                   bool newLine);
 
 // --- Template definitions ------------------------------------------------
 

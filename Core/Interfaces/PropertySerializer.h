@@ -19,6 +19,7 @@
 #pragma once
 
 #include <Core/Interfaces/DataStream.h>
+#include <Core/Interfaces/Export.h>
 #include <Core/Interfaces/Property.h>
 
 #include <boost/intrusive_ptr.hpp>
@@ -33,7 +34,7 @@ namespace Tarsel::Core {
 // for clients that write Save's values with rapidjson's own writer. It holds
 // a reference to the sink for its lifetime and holds back nothing: each
 // character reaches the sink at once, as one Write of one byte.
-class JsonTarselStreamOut {
+class TARSEL_API JsonTarselStreamOut {
 public:
     using Ch = char;
 
@@ -52,7 +53,7 @@ private:
 
 // Saves and loads Property trees as JSON. Stateless; concurrent calls on
 // different trees and streams are independent.
-class PropertySerializer {
+class TARSEL_API PropertySerializer {
 public:
     using JsonAllocator = rapidjson::MemoryPoolAllocator<rapidjson::CrtAllocator>;
     using JsonValue = rapidjson::GenericValue<rapidjson::UTF8<char>, JsonAllocator>;

@@ -2,6 +2,8 @@
 // lock that clients' ILockable implementations forward to.
 #pragma once
 
+#include <Core/Interfaces/Export.h>
+
 #include <boost/thread/mutex.hpp>
 
 #include <atomic>
@@ -11,7 +13,7 @@ namespace Tarsel {
 
 // Counts its own references; shared through boost::intrusive_ptr. The count
 // is atomic, so references may be taken and dropped on any thread.
-class IRefCountable {
+class TARSEL_API IRefCountable {
 public:
     virtual ~IRefCountable();
     // Adds one reference; returns the new count.
@@ -30,7 +32,7 @@ public:
 // which nothing references yet, so a copied counter starts at 0; assignment
 // copies an object's state, not the references to it, so an assigned counter
 // keeps its own count.
-class RefCountImpl {
+class TARSEL_API RefCountImpl {
 public:
     RefCountImpl() noexcept = default;
     RefCountImpl(const RefCountImpl& /*other*/) noexcept {}
@@ -55,7 +57,7 @@ private:
 // library, so that an implementation that reaches it again through another
 // base still holds it once.
 template <class Interface>
-class RefCounted : public virtual Interface {
+class TARSEL_API RefCounted : public virtual Interface {
 public:
     long AddRef() const noexcept override { return m_refCount.AddRefImpl(); }
     long GetRefCount() const noexcept override { return m_refCount.GetRefCountImpl(); }
@@ -79,10 +81,10 @@ private:
 };
 
 // The hooks through which boost::intrusive_ptr reaches the count.
-void intrusive_ptr_add_ref(const IRefCountable* p);
-void intrusive_ptr_release(const IRefCountable* p);
+TARSEL_API void intrusive_ptr_add_ref(const IRefCountable* p);
+TARSEL_API void intrusive_ptr_release(const IRefCountable* p);
 
-class ILockable {
+class TARSEL_API ILockable {
 public:
     virtual ~ILockable();
     virtual void Lock() = 0;
@@ -93,7 +95,7 @@ public:
 // One non-recursive mutex. Calls interrupted by a signal are retried.
 // Failures throw boost::thread_resource_error (construction) or
 // boost::lock_error (Lock_Impl, Unlock_Impl).
-class LockImpl {
+class TARSEL_API LockImpl {
 public:
     LockImpl();
     ~LockImpl();
@@ -111,7 +113,7 @@ private:
 };
 
 // Holds an ILockable locked for a scope; a null pointer makes it do nothing.
-class AutoLock {
+class TARSEL_API AutoLock {
 public:
     explicit AutoLock(ILockable* lockable);
     // An exception from Unlock here ends the process.

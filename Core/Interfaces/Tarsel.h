@@ -6,6 +6,7 @@
 #include <Core/Interfaces/DyLib.h>
 #include <Core/Interfaces/Encoding.h>
 #include <Core/Interfaces/Exceptions.h>
+#include <Core/Interfaces/Export.h>
 #include <Core/Interfaces/FileUtils.h>
 #include <Core/Interfaces/Path.h>
 #include <Core/Interfaces/PlatformHooks.h>

@@ -3,6 +3,7 @@
 // stub that ignores all progress.
 #pragma once
 
+#include <Core/Interfaces/Export.h>
 #include <Core/Interfaces/RefCount.h>
 
 #include <boost/chrono/system_clocks.hpp>
@@ -14,7 +15,7 @@ namespace Tarsel::Core {
 // microseconds, to the caller's counter when destroyed; the counter is never
 // reset, so timers one after another sum into it. Belongs to one thread: the
 // counter is updated without synchronisation. Never throws.
-class TimerSimple {
+class TARSEL_API TimerSimple {
 public:
     explicit TimerSimple(long long& accumulator);
     ~TimerSimple();
@@ -35,13 +36,13 @@ private:
 // an absolute wall-clock time, so a clock change during the sleep shortens or
 // lengthens it. Inside a boost::thread the sleep is an interruption point and
 // throws boost::thread_interrupted when the thread is interrupted.
-void SleepFor(unsigned int milliseconds);
+TARSEL_API void SleepFor(unsigned int milliseconds);
 
 class IProgressControllerClient;
 
 // What a long operation reports to, and asks of, the one who started it.
 // Implementations are shared by intrusive counts.
-class IProgressController : public virtual IRefCountable {
+class TARSEL_API IProgressController : public virtual IRefCountable {
 public:
     // Changes in the life of the work.
     enum NotifyEvent {
@@ -67,7 +68,7 @@ public:
 };
 
 // The observer a real controller calls back as the work advances.
-class IProgressControllerClient {
+class TARSEL_API IProgressControllerClient {
 public:
     virtual ~IProgressControllerClient();
     virtual void EventNotified(IProgressController::NotifyEvent event) = 0;
@@ -77,7 +78,7 @@ public:
 // A controller for callers that want no progress: ignores everything and
 // never asks to stop. Its count is atomic; it holds no other state.
 // IProgressController is its public virtual base (through RefCounted).
-class ProgressControllerStub : public RefCounted<IProgressController> {
+class TARSEL_API ProgressControllerStub : public RefCounted<IProgressController> {
 public:
     // A new stub held by the returned pointer alone (count 1); throws
     // std::bad_alloc only. The operations below never throw.
