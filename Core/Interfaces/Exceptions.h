@@ -33,12 +33,16 @@ namespace Tarsel {
 // which finds this overload by argument-dependent lookup (Tags is associated
 // with every record type, through its tag) and prefers it to its own generic
 // one as the more specialised; the value is rendered as boost renders it.
+// The text is taken by reference, not as a const char*: g++ and clang spell
+// a pointer to an array's first element differently in a type's mangled
+// name, which would make a record a different type in a client built with
+// the other compiler, and unreadable there.
 namespace Tags {
 
-template <const char* PrintedName>
+template <const auto& PrintedName>
 struct TARSEL_API Named;
 
-template <const char* PrintedName, class T>
+template <const auto& PrintedName, class T>
 std::string to_string(const boost::error_info<Named<PrintedName>, T>& record) {
     return std::string("[") + PrintedName + "*] = " + boost::to_string_stub(record.value()) + '\n';
 }
@@ -65,7 +69,7 @@ TARSEL_API inline constexpr char ParseReason[] = "Tarsel::Core::JsonException::T
 }  // namespace Tags
 
 // An error-information record of value type T that prints as "[PrintedName*]".
-template <const char* PrintedName, class T>
+template <const auto& PrintedName, class T>
 using NamedErrorInfo = boost::error_info<Tags::Named<PrintedName>, T>;
 
 // Free-text description of a failure.
