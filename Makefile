@@ -139,12 +139,14 @@ check-arm64:
 
 # The Release build, as make install installs it, put into a scratch prefix
 # that is then moved, as a packager or a user may move it; then, against the
-# moved prefix: the installed tool with no library path set, the example
-# client through CMake with g++ and with clang 14 (whose default standard is
-# C++14, so the package must carry C++17 itself), the same client built
-# through pkg-config, and a parent project that builds Tarsel with
-# add_subdirectory. The Release suite is make test-release's to run: in CI it
-# runs first, and the build here has nothing left to do.
+# moved prefix: the installed tool with no library path set; the example
+# clients (the settings reader, and the one that catches every exception a
+# library call throws by its own type) through CMake with g++ and with clang
+# 14 (whose default standard is C++14, so the package must carry C++17
+# itself); the settings reader built through pkg-config; and a parent
+# project that builds Tarsel with add_subdirectory. The Release suite is make
+# test-release's to run: in CI it runs first, and the build here has nothing
+# left to do.
 #
 # The pkg-config client compiles against a copy of RapidJSON's headers outside
 # the compiler's default folders, found through a RapidJSON.pc that pkg-config
@@ -165,10 +167,12 @@ install-check: release-lib
 	@cmake -S examples/client -B $(BUILD)/client -DCMAKE_PREFIX_PATH=$(CURDIR)/$(BUILD)/moved-prefix > /dev/null
 	@cmake --build $(BUILD)/client -j $(JOBS)
 	LD_LIBRARY_PATH=$(BUILD)/moved-prefix/lib $(BUILD)/client/settings-client examples/settings.json video/width
+	LD_LIBRARY_PATH=$(BUILD)/moved-prefix/lib $(BUILD)/client/exceptions-client
 	@cmake -S examples/client -B $(BUILD)/client-clang $(CLANG) -DCMAKE_PREFIX_PATH=$(CURDIR)/$(BUILD)/moved-prefix \
 	    > /dev/null
 	@cmake --build $(BUILD)/client-clang -j $(JOBS)
 	LD_LIBRARY_PATH=$(BUILD)/moved-prefix/lib $(BUILD)/client-clang/settings-client examples/settings.json video/width
+	LD_LIBRARY_PATH=$(BUILD)/moved-prefix/lib $(BUILD)/client-clang/exceptions-client
 	@mkdir -p $(RAPIDJSON_ELSEWHERE)/include $(RAPIDJSON_ELSEWHERE)/pkgconfig
 	@cp -R "$$(pkg-config --variable=includedir RapidJSON)/rapidjson" $(RAPIDJSON_ELSEWHERE)/include/
 	@printf 'includedir=%s\n\nName: RapidJSON\nDescription: %s\nVersion: %s\nCflags: -I$${includedir}\n' \
