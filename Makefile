@@ -23,6 +23,7 @@ CLANG = -DCMAKE_CXX_COMPILER=clang++-14
 
 .PHONY: all demo test test-release sanitize bench install install-check check-macos check-arm64 deps clean
 .PHONY: fuzz tsan coverage release-lib format format-check
+.PHONY: abi-lib abi-check abi-baseline
 
 all: test
 
@@ -119,6 +120,42 @@ release-lib: deps
 
 install: release-lib
 	cmake --install $(BUILD)/release --prefix $(PREFIX)
+
+# The binary interface against the baseline committed for the current major
+# version, abi/libTarselCore.so.<major>.xml. Both sides are abidw's dump of
+# the Release library (g++, -O3 -DNDEBUG, hidden symbols) built with -g for
+# the types' debug information, in a folder of its own (the abi preset).
+# abi-check fails on a break: a removed or changed function or global, a
+# changed layout of a public type, a moved virtual function. It also fails
+# on a compatible addition that the baseline lacks, since the baseline is
+# updated in the commit that adds to the interface: make abi-baseline.
+# abi/suppressions.ini says what is not compared, and why.
+ABI_MAJOR = $(shell sed -n 's/^\#define TARSEL_VERSION_MAJOR \([0-9]*\)$$/\1/p' Core/Interfaces/Version.h)
+ABI_NAME = libTarselCore.so.$(ABI_MAJOR)
+ABI_BASELINE = abi/$(ABI_NAME).xml
+ABI_DUMP = $(BUILD)/abi/$(ABI_NAME).xml
+ABI_SUPPRESSIONS = --suppressions abi/suppressions.ini
+abi-lib:
+	@scripts/install-deps --with-abi
+	@$(call configure,abi,abi)
+	@cmake --build $(BUILD)/abi --target TarselCore -j $(JOBS)
+	@abidw --no-corpus-path --no-comp-dir-path --no-show-locs --type-id-style hash --exported-interfaces-only \
+	    --headers-dir Core/Interfaces --drop-private-types $(ABI_SUPPRESSIONS) $(BUILD)/abi/lib/$(ABI_NAME) > $(ABI_DUMP)
+
+abi-baseline: abi-lib
+	cp $(ABI_DUMP) $(ABI_BASELINE)
+
+abi-check: abi-lib
+	@test -f $(ABI_BASELINE) || { echo "abi-check: no baseline $(ABI_BASELINE) for $(ABI_NAME);" \
+	    "make abi-baseline writes it" >&2; exit 1; }
+	@abidiff --no-added-syms $(ABI_SUPPRESSIONS) $(ABI_BASELINE) $(ABI_DUMP) > $(BUILD)/abi/breaks.txt \
+	    || { cat $(BUILD)/abi/breaks.txt; echo "abi-check: $(ABI_NAME) is not compatible with $(ABI_BASELINE)" \
+	        "(above). Undo the change, or raise TARSEL_VERSION_MAJOR in Core/Interfaces/Version.h, which is the" \
+	        "SONAME's, and make abi-baseline, in one commit" >&2; exit 1; }
+	@abidiff $(ABI_SUPPRESSIONS) $(ABI_BASELINE) $(ABI_DUMP) > $(BUILD)/abi/additions.txt \
+	    || { cat $(BUILD)/abi/additions.txt; echo "abi-check: the interface has compatible additions (above) that" \
+	        "$(ABI_BASELINE) lacks: make abi-baseline, and commit the baseline with them" >&2; exit 1; }
+	@echo "abi-check: $(ABI_NAME) has the interface of $(ABI_BASELINE)"
 
 # Compiles every source for macOS, as its build does it: clang 19 with libc++
 # 19, then aarch64 and x86_64 macOS against the macOS SDK's headers
