@@ -68,9 +68,9 @@ const std::vector<Symbol>& ExportedSymbols() {
 // "boost::bad_rational" for "typeinfo for boost::bad_rational". Template
 // arguments stay: "Tarsel::AddStack<Tarsel::Core::PropertyException>".
 std::string Entity(std::string name) {
-    for (const std::string prefix : {"typeinfo name for ", "typeinfo for ", "vtable for ", "VTT for ",
-                                     "construction vtable for ", "virtual thunk to ", "non-virtual thunk to ",
-                                     "covariant return thunk to ", "guard variable for "}) {
+    for (const std::string prefix :
+         {"typeinfo name for ", "typeinfo for ", "vtable for ", "VTT for ", "construction vtable for ",
+          "virtual thunk to ", "non-virtual thunk to ", "covariant return thunk to ", "guard variable for "}) {
         if (name.compare(0, prefix.size(), prefix) == 0) {
             name.erase(0, prefix.size());
         }
@@ -212,7 +212,9 @@ std::vector<Declaration> NamespaceScopeDeclarations() {
                 // function; "}" closes a scope; a call of one of our macros
                 // expands a table.
                 if (std::isspace(static_cast<unsigned char>(line[0])) || line[0] == '}' ||
-                    std::regex_search(line, std::regex(R"(^(namespace\b|extern "C" \{|(public|protected|private):|[A-Z][A-Z0-9_]*\())"))) {
+                    std::regex_search(
+                        line,
+                        std::regex(R"(^(namespace\b|extern "C" \{|(public|protected|private):|[A-Z][A-Z0-9_]*\())"))) {
                     continue;
                 }
                 where = header.name + ":" + std::to_string(lineNumber);
@@ -246,8 +248,9 @@ std::string AfterTemplateHeads(std::string text) {
 }
 
 bool StartsWithAny(const std::string& text, std::initializer_list<const char*> words) {
-    return std::any_of(words.begin(), words.end(),
-                       [&](const char* word) { return text.compare(0, std::char_traits<char>::length(word), word) == 0; });
+    return std::any_of(words.begin(), words.end(), [&](const char* word) {
+        return text.compare(0, std::char_traits<char>::length(word), word) == 0;
+    });
 }
 
 // The name a function or variable declaration declares: the word before its
@@ -380,7 +383,8 @@ TEST(ExportedSymbols, NameNothingOfThePrivateCode) {
     std::vector<std::string> leaks;
     for (const Symbol& symbol : ExportedSymbols()) {
         const std::string entity = WithoutTemplateArguments(Entity(symbol.name));
-        const bool isType = symbol.name.compare(0, 4, "type") == 0 || symbol.name.find("vtable for ") != std::string::npos ||
+        const bool isType = symbol.name.compare(0, 4, "type") == 0 ||
+                            symbol.name.find("vtable for ") != std::string::npos ||
                             symbol.name.compare(0, 8, "VTT for ") == 0;
         bool leak = symbol.name.find("(anonymous namespace)") != std::string::npos;
         for (const std::string& path : Matches(symbol.name, R"(Tarsel(::\w+)+)")) {
@@ -418,8 +422,8 @@ TEST(ExportedSymbols, HoldNoFunctionInstantiatedFromADependencysTemplates) {
     for (const Symbol& symbol : ExportedSymbols()) {
         const std::string entity = Entity(symbol.name);
         const bool instantiated = entity.find('<') != std::string::npos;
-        const bool forbidden = StartsWithAny(entity, {"utf8::", "rapidjson::"}) ||
-                               (StartsWithAny(entity, {"boost::"}) && instantiated);
+        const bool forbidden =
+            StartsWithAny(entity, {"utf8::", "rapidjson::"}) || (StartsWithAny(entity, {"boost::"}) && instantiated);
         if (IsFunction(symbol) && forbidden) {
             instantiations.push_back(std::string(1, symbol.type) + " " + symbol.name);
         }
@@ -467,8 +471,9 @@ TEST(ExportedSymbols, HoldEveryNameThePublicHeadersExport) {
     }
     // The exception tree is one table of X(Name, ...) lines, and the printed
     // names of the records one list of Tags.
-    const SourceFile& exceptions = *std::find_if(PublicHeaders().begin(), PublicHeaders().end(),
-                                                 [](const SourceFile& f) { return f.name.find("Exceptions.h") != std::string::npos; });
+    const SourceFile& exceptions =
+        *std::find_if(PublicHeaders().begin(), PublicHeaders().end(),
+                      [](const SourceFile& f) { return f.name.find("Exceptions.h") != std::string::npos; });
     int tables = 0;
     for (const std::string& exception : Matches(exceptions.code, R"(\bX\((\w+),)", 1)) {
         ++tables;
@@ -534,9 +539,9 @@ TEST(PublicHeaders, MarkEveryNamespaceScopeClassFunctionAndGlobalWithTheExportMa
     for (const Declaration& declaration : NamespaceScopeDeclarations()) {
         const std::string text = AfterTemplateHeads(declaration.text);
         const bool classDefinition = StartsWithAny(text, {"class ", "struct "}) && text.back() == '{';
-        const bool outOfLine = text.back() == ';' && !StartsWithAny(text, {"class ", "struct ", "enum ", "using ",
-                                                                          "typedef ", "static_assert", "friend ",
-                                                                          "extern template "});
+        const bool outOfLine =
+            text.back() == ';' && !StartsWithAny(text, {"class ", "struct ", "enum ", "using ", "typedef ",
+                                                        "static_assert", "friend ", "extern template "});
         const bool constant = text.find("constexpr") != std::string::npos && text.find('(') == std::string::npos &&
                               text.find("TARSEL_API") == std::string::npos;
         if (!(classDefinition || outOfLine) || constant) {
@@ -544,7 +549,8 @@ TEST(PublicHeaders, MarkEveryNamespaceScopeClassFunctionAndGlobalWithTheExportMa
         }
         ++checked;
         const std::string head = text.substr(0, text.find_first_of("(={"));
-        if (!std::regex_search(head, std::regex(R"(^((class|struct) )?(extern( "C")? )?(\[\[\w+\]\] )?TARSEL_API\b)"))) {
+        if (!std::regex_search(head,
+                               std::regex(R"(^((class|struct) )?(extern( "C")? )?(\[\[\w+\]\] )?TARSEL_API\b)"))) {
             unmarked.push_back(declaration.where + ": " + text);
         }
     }
