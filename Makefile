@@ -23,7 +23,7 @@ CLANG = -DCMAKE_CXX_COMPILER=clang++-14
 
 .PHONY: all demo test test-release sanitize bench install install-check check-macos check-arm64 deps clean
 .PHONY: fuzz tsan coverage release-lib format format-check
-.PHONY: abi-lib abi-check abi-baseline
+.PHONY: abi-lib abi-check abi-baseline docs
 
 all: test
 
@@ -120,6 +120,21 @@ release-lib: deps
 
 install: release-lib
 	cmake --install $(BUILD)/release --prefix $(PREFIX)
+
+# The API reference: Doxygen over the public headers and this README into
+# $(BUILD)/docs/html (docs/Doxyfile). Any warning fails it, an undocumented
+# public name among them; so does a missing page of the main classes.
+DOCS_PAGES = index.html classTarsel_1_1Core_1_1Property.html classTarsel_1_1Core_1_1PropertySerializer.html \
+             classTarsel_1_1Core_1_1DyLib.html classTarsel_1_1ioPath.html group__GetValueOr.html
+docs:
+	@scripts/install-deps --with-docs
+	@rm -rf $(BUILD)/docs && mkdir -p $(BUILD)/docs
+	@{ cat docs/Doxyfile; echo "OUTPUT_DIRECTORY = $(BUILD)/docs"; echo "PROJECT_NUMBER = $(shell sed -n \
+	    's/^\#define TARSEL_VERSION_\(MAJOR\|MINOR\|PATCH\) \([0-9]*\)$$/\2/p' Core/Interfaces/Version.h | paste -sd.)"; } \
+	    | doxygen - || { echo "docs: Doxygen failed or warned (above)" >&2; exit 1; }
+	@for page in $(DOCS_PAGES); do test -f $(BUILD)/docs/html/$$page \
+	    || { echo "docs: $(BUILD)/docs/html/$$page was not made" >&2; exit 1; }; done
+	@echo "docs: $(BUILD)/docs/html/index.html"
 
 # The binary interface against the baseline committed for the current major
 # version, abi/libTarselCore.so.<major>.xml. Both sides are abidw's dump of
