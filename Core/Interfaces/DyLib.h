@@ -77,7 +77,7 @@ private:
 /// The folders where the application looks for its modules. The underlying
 /// type is fixed so that any int, SysPaths(2) say, is a value that
 /// GetLibraryPath can refuse rather than undefined behaviour.
-enum SysPaths : int {
+enum TARSEL_API SysPaths : int {
     /// The folder shipped with the application: the bundle's Frameworks
     /// folder on macOS, the folder that holds this library on Linux. Written
     /// in the dynamic loader's own notation ("@executable_path/../Frameworks/",

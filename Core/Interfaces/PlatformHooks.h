@@ -45,7 +45,7 @@ public:
     HookerPrintScreen& operator=(const HookerPrintScreen&) = delete;
 
 private:
-    struct Impl;
+    struct TARSEL_HIDDEN Impl;
     std::unique_ptr<Impl> m_impl;
 };
 

@@ -2,13 +2,15 @@
 /// The value types a Property node can hold, and the library's exact fraction.
 #pragma once
 
+#include <Core/Interfaces/Export.h>
+
 #include <boost/rational.hpp>
 
 namespace Tarsel {
 
 /// What a Property node holds. Stored as a 32-bit int; error information
 /// renders it as its decimal number.
-enum PropertyTypes : int {
+enum TARSEL_API PropertyTypes : int {
     TypeEmpty = 0,   ///< Nothing.
     TypeBool = 1,    ///< A bool.
     TypeDouble = 2,  ///< A double.
