@@ -166,11 +166,13 @@ int main() {
                 Fail("PropertySerializer::Deserialize of 1/0", "TagParseLine is not 1");
             }
         });
-    char folder[] = "/tmp/tarsel-exceptions-client-XXXXXX";
-    if (mkdtemp(folder) == nullptr) {
+    const char* temporary = getenv("TMPDIR");
+    std::string folder = std::string(temporary != nullptr && *temporary != '\0' ? temporary : "/tmp") +
+                         "/tarsel-exceptions-client-XXXXXX";
+    if (mkdtemp(&folder[0]) == nullptr) {
         Fail("a temporary folder", "mkdtemp failed");
     } else {
-        const std::string missing = std::string(folder) + "/missing.json";
+        const std::string missing = folder + "/missing.json";
         ExpectCaught<boost::filesystem::filesystem_error>(
             "FileDataInput::Create of a missing file", [&] { FileDataInput::Create(missing); },
             [&](const boost::filesystem::filesystem_error& e) {
@@ -178,7 +180,7 @@ int main() {
                     Fail("FileDataInput::Create", "the error does not carry the path and ENOENT");
                 }
             });
-        rmdir(folder);
+        rmdir(folder.c_str());
     }
     // No call of the library throws boost::lock_error in a working process:
     // LockImpl throws it only when the system refuses to lock a valid mutex.
