@@ -23,6 +23,7 @@ CLANG = -DCMAKE_CXX_COMPILER=clang++-14
 
 .PHONY: all demo test test-release sanitize bench bench-check install install-check check-macos check-arm64 deps clean
 .PHONY: fuzz tsan coverage release-lib format format-check
+.PHONY: abi-lib abi-check abi-baseline docs
 
 all: test
 
@@ -136,6 +137,57 @@ release-lib: deps
 install: release-lib
 	cmake --install $(BUILD)/release --prefix $(PREFIX)
 
+# The API reference: Doxygen over the public headers and this README into
+# $(BUILD)/docs/html (docs/Doxyfile). Any warning fails it, an undocumented
+# public name among them; so does a missing page of the main classes.
+DOCS_PAGES = index.html classTarsel_1_1Core_1_1Property.html classTarsel_1_1Core_1_1PropertySerializer.html \
+             classTarsel_1_1Core_1_1DyLib.html classTarsel_1_1ioPath.html group__GetValueOr.html
+docs:
+	@scripts/install-deps --with-docs
+	@rm -rf $(BUILD)/docs && mkdir -p $(BUILD)/docs
+	@{ cat docs/Doxyfile; echo "OUTPUT_DIRECTORY = $(BUILD)/docs"; echo "PROJECT_NUMBER = $(shell sed -n \
+	    's/^\#define TARSEL_VERSION_\(MAJOR\|MINOR\|PATCH\) \([0-9]*\)$$/\2/p' Core/Interfaces/Version.h | paste -sd.)"; } \
+	    | doxygen - || { echo "docs: Doxygen failed or warned (above)" >&2; exit 1; }
+	@for page in $(DOCS_PAGES); do test -f $(BUILD)/docs/html/$$page \
+	    || { echo "docs: $(BUILD)/docs/html/$$page was not made" >&2; exit 1; }; done
+	@echo "docs: $(BUILD)/docs/html/index.html"
+
+# The binary interface against the baseline committed for the current major
+# version, abi/libTarselCore.so.<major>.xml. Both sides are abidw's dump of
+# the Release library (g++, -O3 -DNDEBUG, hidden symbols) built with -g for
+# the types' debug information, in a folder of its own (the abi preset).
+# abi-check fails on a break: a removed or changed function or global, a
+# changed layout of a public type, a moved virtual function. It also fails
+# on a compatible addition that the baseline lacks, since the baseline is
+# updated in the commit that adds to the interface: make abi-baseline.
+# abi/suppressions.ini says what is not compared, and why.
+ABI_MAJOR = $(shell sed -n 's/^\#define TARSEL_VERSION_MAJOR \([0-9]*\)$$/\1/p' Core/Interfaces/Version.h)
+ABI_NAME = libTarselCore.so.$(ABI_MAJOR)
+ABI_BASELINE = abi/$(ABI_NAME).xml
+ABI_DUMP = $(BUILD)/abi/$(ABI_NAME).xml
+ABI_SUPPRESSIONS = --suppressions abi/suppressions.ini
+abi-lib:
+	@scripts/install-deps --with-abi
+	@$(call configure,abi,abi)
+	@cmake --build $(BUILD)/abi --target TarselCore -j $(JOBS)
+	@abidw --no-corpus-path --no-comp-dir-path --no-show-locs --type-id-style hash --exported-interfaces-only \
+	    --headers-dir Core/Interfaces --drop-private-types $(ABI_SUPPRESSIONS) $(BUILD)/abi/lib/$(ABI_NAME) > $(ABI_DUMP)
+
+abi-baseline: abi-lib
+	cp $(ABI_DUMP) $(ABI_BASELINE)
+
+abi-check: abi-lib
+	@test -f $(ABI_BASELINE) || { echo "abi-check: no baseline $(ABI_BASELINE) for $(ABI_NAME);" \
+	    "make abi-baseline writes it" >&2; exit 1; }
+	@abidiff --no-added-syms $(ABI_SUPPRESSIONS) $(ABI_BASELINE) $(ABI_DUMP) > $(BUILD)/abi/breaks.txt \
+	    || { cat $(BUILD)/abi/breaks.txt; echo "abi-check: $(ABI_NAME) is not compatible with $(ABI_BASELINE)" \
+	        "(above). Undo the change, or raise TARSEL_VERSION_MAJOR in Core/Interfaces/Version.h, which is the" \
+	        "SONAME's, and make abi-baseline, in one commit" >&2; exit 1; }
+	@abidiff $(ABI_SUPPRESSIONS) $(ABI_BASELINE) $(ABI_DUMP) > $(BUILD)/abi/additions.txt \
+	    || { cat $(BUILD)/abi/additions.txt; echo "abi-check: the interface has compatible additions (above) that" \
+	        "$(ABI_BASELINE) lacks: make abi-baseline, and commit the baseline with them" >&2; exit 1; }
+	@echo "abi-check: $(ABI_NAME) has the interface of $(ABI_BASELINE)"
+
 # Compiles every source for macOS, as its build does it: clang 19 with libc++
 # 19, then aarch64 and x86_64 macOS against the macOS SDK's headers
 # (scripts/check-macos says how). Compile only.
@@ -155,12 +207,14 @@ check-arm64:
 
 # The Release build, as make install installs it, put into a scratch prefix
 # that is then moved, as a packager or a user may move it; then, against the
-# moved prefix: the installed tool with no library path set, the example
-# client through CMake with g++ and with clang 14 (whose default standard is
-# C++14, so the package must carry C++17 itself), the same client built
-# through pkg-config, and a parent project that builds Tarsel with
-# add_subdirectory. The Release suite is make test-release's to run: in CI it
-# runs first, and the build here has nothing left to do.
+# moved prefix: the installed tool with no library path set; the example
+# clients (the settings reader, and the one that catches every exception a
+# library call throws by its own type) through CMake with g++ and with clang
+# 14 (whose default standard is C++14, so the package must carry C++17
+# itself); the settings reader built through pkg-config; and a parent
+# project that builds Tarsel with add_subdirectory. The Release suite is make
+# test-release's to run: in CI it runs first, and the build here has nothing
+# left to do.
 #
 # The pkg-config client compiles against a copy of RapidJSON's headers outside
 # the compiler's default folders, found through a RapidJSON.pc that pkg-config
@@ -181,10 +235,12 @@ install-check: release-lib
 	@cmake -S examples/client -B $(BUILD)/client -DCMAKE_PREFIX_PATH=$(CURDIR)/$(BUILD)/moved-prefix > /dev/null
 	@cmake --build $(BUILD)/client -j $(JOBS)
 	LD_LIBRARY_PATH=$(BUILD)/moved-prefix/lib $(BUILD)/client/settings-client examples/settings.json video/width
+	LD_LIBRARY_PATH=$(BUILD)/moved-prefix/lib $(BUILD)/client/exceptions-client
 	@cmake -S examples/client -B $(BUILD)/client-clang $(CLANG) -DCMAKE_PREFIX_PATH=$(CURDIR)/$(BUILD)/moved-prefix \
 	    > /dev/null
 	@cmake --build $(BUILD)/client-clang -j $(JOBS)
 	LD_LIBRARY_PATH=$(BUILD)/moved-prefix/lib $(BUILD)/client-clang/settings-client examples/settings.json video/width
+	LD_LIBRARY_PATH=$(BUILD)/moved-prefix/lib $(BUILD)/client-clang/exceptions-client
 	@mkdir -p $(RAPIDJSON_ELSEWHERE)/include $(RAPIDJSON_ELSEWHERE)/pkgconfig
 	@cp -R "$$(pkg-config --variable=includedir RapidJSON)/rapidjson" $(RAPIDJSON_ELSEWHERE)/include/
 	@printf 'includedir=%s\n\nName: RapidJSON\nDescription: %s\nVersion: %s\nCflags: -I$${includedir}\n' \

@@ -251,7 +251,7 @@ TEST(ExportedObjects, HaveUnmangledNames) {
     for (const char* name :
          {"exportDummyException", "exportDummyException0", "exportDummyException1", "exportDummyException2",
           "exportDummyException3", "exportDummyException4", "exportDummyException5", "exportDummyException6",
-          "exportDummyException7", "in_signal_handler"}) {
+          "exportDummyException7", "in_signal_handler", "itoa_r"}) {
         EXPECT_NE(dlsym(RTLD_DEFAULT, name), nullptr) << name;
     }
     EXPECT_EQ(dlsym(RTLD_DEFAULT, "exportDummyException8"), nullptr);

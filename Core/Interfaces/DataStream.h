@@ -1,9 +1,11 @@
-// Byte sources and sinks: the interfaces through which the JSON serializer
-// and the digests read and write, and ready-made implementations over memory
-// and files. All are reference counted and handed out as
-// boost::intrusive_ptr; they delete themselves on the last Release.
+/// @file
+/// Byte sources and sinks: the interfaces through which the JSON serializer
+/// and the digests read and write, and ready-made implementations over memory
+/// and files. All are reference counted and handed out as
+/// boost::intrusive_ptr; they delete themselves on the last Release.
 #pragma once
 
+#include <Core/Interfaces/Export.h>
 #include <Core/Interfaces/Path.h>
 #include <Core/Interfaces/RefCount.h>
 
@@ -18,50 +20,59 @@
 
 namespace Tarsel::Core {
 
-// The read side of a byte source.
-class IInputStream {
+/// The read side of a byte source.
+class TARSEL_API IInputStream {
 public:
     virtual ~IInputStream();
-    // The number of bytes still to be read; does not consume anything.
+    /// The number of bytes still to be read; does not consume anything.
     virtual std::size_t GetSize() const = 0;
-    // Copies the next bytes into data, up to size; returns how many it
-    // delivered.
+    /// Copies the next bytes into data, up to size; returns how many it
+    /// delivered.
     virtual std::size_t Read(void* data, std::size_t size) = 0;
 };
 
-// The write side of a byte sink.
-class IOutputStream {
+/// The write side of a byte sink.
+class TARSEL_API IOutputStream {
 public:
     virtual ~IOutputStream();
-    // Appends size bytes from data; returns how many it accepted.
+    /// Appends size bytes from data; returns how many it accepted.
     virtual std::size_t Write(const void* data, std::size_t size) = 0;
 };
 
-class IDataInput : public virtual IRefCountable, public virtual IInputStream {};
-class IDataOutput : public virtual IRefCountable, public virtual IOutputStream {};
+/// A byte source the library reads, shared through boost::intrusive_ptr.
+class TARSEL_API IDataInput : public virtual IRefCountable, public virtual IInputStream {};
+/// A byte sink the library writes, shared through boost::intrusive_ptr.
+class TARSEL_API IDataOutput : public virtual IRefCountable, public virtual IOutputStream {};
 
-// Reads from a string it owns.
-class MemoryDataInput : public RefCounted<IDataInput> {
+/// Reads from a string it owns.
+class TARSEL_API MemoryDataInput : public RefCounted<IDataInput> {
 public:
+    /// A source of these bytes, read from the first. Throws std::bad_alloc
+    /// only.
     static boost::intrusive_ptr<MemoryDataInput> Create(std::string bytes);
 
+    /// The bytes not read yet.
     std::size_t GetSize() const override;
+    /// Copies the next bytes, up to size, and moves past them; 0 at the end.
     std::size_t Read(void* data, std::size_t size) override;
 
 private:
-    explicit MemoryDataInput(std::string bytes);
+    TARSEL_HIDDEN explicit MemoryDataInput(std::string bytes);
 
     std::string m_bytes;
     std::size_t m_position = 0;
 };
 
-// Collects what is written in memory.
-class MemoryDataOutput : public RefCounted<IDataOutput> {
+/// Collects what is written in memory.
+class TARSEL_API MemoryDataOutput : public RefCounted<IDataOutput> {
 public:
+    /// An empty sink. Throws std::bad_alloc only.
     static boost::intrusive_ptr<MemoryDataOutput> Create();
 
+    /// Appends the bytes and returns size; throws std::bad_alloc when they do
+    /// not fit in memory.
     std::size_t Write(const void* data, std::size_t size) override;
-    // The bytes written so far.
+    /// The bytes written so far.
     const std::string& GetData() const noexcept { return m_bytes; }
 
 private:
@@ -70,50 +81,59 @@ private:
     std::string m_bytes;
 };
 
-// Reads a file, so that GetSize is its whole content whatever kind of file
-// it is. A regular file that reports a size is read from the disk as it is
-// asked for. Anything whose size the system cannot tell beforehand (a pipe,
-// a terminal or other character device, a regular file that reports no size
-// as those of /proc do) is read to its end by Create and then served from
-// memory: a pipe's writer must therefore finish before Create returns, and a
-// source that never ends (/dev/zero) is read until memory runs out.
-// Create throws boost::filesystem::filesystem_error, carrying the path and
-// the system's error code, when the file cannot be opened or read or is a
-// directory, and std::bad_alloc when a content read whole does not fit in
-// memory.
-class FileDataInput : public RefCounted<IDataInput> {
+/// Reads a file, so that GetSize is its whole content whatever kind of file
+/// it is. A regular file that reports a size is read from the disk as it is
+/// asked for. Anything whose size the system cannot tell beforehand (a pipe,
+/// a terminal or other character device, a regular file that reports no size
+/// as those of /proc do) is read to its end by Create and then served from
+/// memory: a pipe's writer must therefore finish before Create returns, and a
+/// source that never ends (/dev/zero) is read until memory runs out.
+/// Create throws boost::filesystem::filesystem_error, carrying the path and
+/// the system's error code, when the file cannot be opened or read or is a
+/// directory, and std::bad_alloc when a content read whole does not fit in
+/// memory.
+class TARSEL_API FileDataInput : public RefCounted<IDataInput> {
 public:
+    /// Opens the file at path for reading (see the class for what it throws).
     static boost::intrusive_ptr<FileDataInput> Create(const ioPath& path);
+    /// Closes the file.
     ~FileDataInput() override;
 
+    /// The bytes from the current position to the file's end as the system
+    /// reports its size now; 0 when it cannot tell.
     std::size_t GetSize() const override;
+    /// Reads the next bytes, up to size; fewer at the end or on a failure.
     std::size_t Read(void* data, std::size_t size) override;
 
 private:
-    explicit FileDataInput(std::FILE* file);
-    explicit FileDataInput(boost::intrusive_ptr<MemoryDataInput> content);
+    TARSEL_HIDDEN explicit FileDataInput(std::FILE* file);
+    TARSEL_HIDDEN explicit FileDataInput(boost::intrusive_ptr<MemoryDataInput> content);
 
     // Exactly one of the two is set.
     std::FILE* m_file = nullptr;
     boost::intrusive_ptr<MemoryDataInput> m_content;
 };
 
-// Writes a file, created or truncated. Create throws
-// boost::filesystem::filesystem_error when the file cannot be opened.
-class FileDataOutput : public RefCounted<IDataOutput> {
+/// Writes a file, created or truncated. Create throws
+/// boost::filesystem::filesystem_error when the file cannot be opened.
+class TARSEL_API FileDataOutput : public RefCounted<IDataOutput> {
 public:
+    /// Creates or truncates the file at path (see the class for what it
+    /// throws).
     static boost::intrusive_ptr<FileDataOutput> Create(const ioPath& path);
-    // Closes the file; a failure then goes unreported, so call Close to learn
-    // of it.
+    /// Closes the file; a failure then goes unreported, so call Close to learn
+    /// of it.
     ~FileDataOutput() override;
 
+    /// Writes the bytes, buffered; returns how many were taken, 0 after Close.
+    /// A failure shows in Close.
     std::size_t Write(const void* data, std::size_t size) override;
-    // Flushes and closes the file; throws boost::filesystem::filesystem_error
-    // when that fails. Later writes accept nothing.
+    /// Flushes and closes the file; throws boost::filesystem::filesystem_error
+    /// when that fails. Later writes accept nothing.
     void Close();
 
 private:
-    FileDataOutput(std::FILE* file, const ioPath& path);
+    TARSEL_HIDDEN FileDataOutput(std::FILE* file, const ioPath& path);
 
     std::FILE* m_file;
     ioPath m_path;
@@ -123,7 +143,7 @@ private:
 /// says it: the code of the boost::filesystem::filesystem_error that
 /// AtomicFileDataOutput throws, in SaveErrorCategory(), so that a client
 /// may compare e.code() with a SaveError. Tarsel::ErrorMessage words each.
-enum class SaveError {
+enum class TARSEL_API SaveError {
     /// "is a FIFO, which a save would replace with a regular file"
     TargetIsFifo = 1,
     /// "is a device, which a save would replace with a regular file"
@@ -153,9 +173,9 @@ enum class SaveError {
 };
 
 /// The category of SaveError codes; its name is "tarsel save".
-const boost::system::error_category& SaveErrorCategory() noexcept;
+TARSEL_API const boost::system::error_category& SaveErrorCategory() noexcept;
 /// The code of error in SaveErrorCategory().
-boost::system::error_code make_error_code(SaveError error) noexcept;
+TARSEL_API boost::system::error_code make_error_code(SaveError error) noexcept;
 
 /// Replaces a file all at once or not at all, as a settings file must be
 /// (one half written by a crash is a lost setting), and keeps what the file
@@ -190,7 +210,7 @@ boost::system::error_code make_error_code(SaveError error) noexcept;
 /// written target.
 ///
 /// Thread safety: one object is used by one thread at a time.
-class AtomicFileDataOutput : public RefCounted<IDataOutput> {
+class TARSEL_API AtomicFileDataOutput : public RefCounted<IDataOutput> {
 public:
     /// What Commit requires of the target, besides being the file Create
     /// found (the same device and inode, or still no file at all).
@@ -257,8 +277,8 @@ public:
 
 private:
     // The temporary file, the folder and what Create recorded of the target.
-    struct State;
-    explicit AtomicFileDataOutput(std::unique_ptr<State> state);
+    struct TARSEL_HIDDEN State;
+    TARSEL_HIDDEN explicit AtomicFileDataOutput(std::unique_ptr<State> state);
 
     std::unique_ptr<State> m_state;
 };

@@ -4,6 +4,7 @@
 /// re-save of what a load made of it.
 #pragma once
 
+#include <Core/Interfaces/Export.h>
 #include <Core/Interfaces/PropertySerializer.h>
 
 #include <cstddef>
@@ -15,10 +16,6 @@
 #include <vector>
 
 namespace Tarsel::Core {
-
-namespace Json {
-class TextIndex;
-}
 
 /// A parsed JSON text: every value with the bytes it spans, read by the rules
 /// PropertySerializer::Deserialize reads by, so that what a program finds
@@ -40,7 +37,7 @@ class TextIndex;
 /// const JsonText::Reach reach = json.Follow({"video", "width"});
 /// if (reach.matched == 2) { std::string_view written = json.Spelling(reach.value); }
 /// @endcode
-class JsonText {
+class TARSEL_API JsonText {
 public:
     /// What a value is, as its text spells it.
     enum class Kind : unsigned char {
@@ -90,7 +87,9 @@ public:
     /// A temporary text would be gone before the JsonText that reads it.
     JsonText(std::string&& text, PropertySerializer::JsonSyntax syntax, Rules rules) = delete;
     ~JsonText();
+    /// Takes other's index; other can then only be destroyed or assigned.
     JsonText(JsonText&& other) noexcept;
+    /// Takes other's index; other can then only be destroyed or assigned.
     JsonText& operator=(JsonText&& other) noexcept;
     JsonText(const JsonText&) = delete;
     JsonText& operator=(const JsonText&) = delete;
@@ -114,23 +113,30 @@ public:
     /// included; iterated as a range of Value.
     class Children {
     public:
+        /// A forward iterator over the children, each a Value.
         class iterator {
         public:
-            using iterator_category = std::forward_iterator_tag;
-            using value_type = Value;
-            using difference_type = std::ptrdiff_t;
-            using pointer = const Value*;
-            using reference = Value;
+            using iterator_category = std::forward_iterator_tag;  ///< forward only
+            using value_type = Value;                             ///< a child
+            using difference_type = std::ptrdiff_t;               ///< a count of children
+            using pointer = const Value*;                         ///< unused: children are values
+            using reference = Value;                              ///< a child, by value
 
+            /// An iterator that belongs to no range.
             iterator() = default;
+            /// The child.
             Value operator*() const noexcept { return m_value; }
+            /// To the next child.
             iterator& operator++();
+            /// To the next child, giving the one before.
             iterator operator++(int) {
                 iterator previous = *this;
                 ++*this;
                 return previous;
             }
+            /// Whether both stand at the same child (or both at the end).
             bool operator==(const iterator& other) const noexcept { return m_value == other.m_value; }
+            /// Whether they stand at different children.
             bool operator!=(const iterator& other) const noexcept { return m_value != other.m_value; }
 
         private:
@@ -140,7 +146,9 @@ public:
             Value m_value = 0;
         };
 
+        /// At the first child.
         iterator begin() const noexcept { return iterator(m_text, m_first); }
+        /// Past the last child.
         iterator end() const noexcept { return iterator(m_text, m_last); }
         /// Whether there are none.
         bool empty() const noexcept { return m_first == m_last; }
@@ -194,9 +202,9 @@ public:
 
     /// A change of the text: the bytes [begin, end) replaced by text.
     struct Edit {
-        std::size_t begin;
-        std::size_t end;
-        std::string text;
+        std::size_t begin;  ///< the first byte replaced
+        std::size_t end;    ///< just past the last byte replaced; begin for an insertion
+        std::string text;   ///< what stands there instead
     };
     /// Applies edit to text in place: an edit of a JsonText to its text, once
     /// the JsonText is gone, or to a copy of the text.
@@ -220,9 +228,9 @@ public:
     Edit Append(Value container, const std::vector<std::string>& names, std::string_view valueText) const;
 
 private:
-    Value NextSibling(Value value) const;
+    TARSEL_HIDDEN Value NextSibling(Value value) const;
 
-    struct Impl;
+    struct TARSEL_HIDDEN Impl;
     std::unique_ptr<Impl> m_impl;
 };
 

@@ -164,7 +164,9 @@ std::string StackTrace::ToString() const {
     return out.str();
 }
 
-// Signal-safe.
+}  // namespace Tarsel::Core
+
+// Signal-safe. A C function, declared outside the library's namespace.
 char* itoa_r(long value, char* buf, unsigned long size, int base, unsigned long minDigits) {
     if (size == 0) {
         return nullptr;
@@ -193,7 +195,7 @@ char* itoa_r(long value, char* buf, unsigned long size, int base, unsigned long 
             buf[0] = '\0';
             return nullptr;
         }
-        *ptr++ = kDigits[magnitude % static_cast<unsigned>(base)];
+        *ptr++ = Tarsel::Core::kDigits[magnitude % static_cast<unsigned>(base)];
         ++written;
         magnitude /= static_cast<unsigned>(base);
         if (minDigits > 0) {
@@ -201,9 +203,11 @@ char* itoa_r(long value, char* buf, unsigned long size, int base, unsigned long 
         }
     } while (magnitude != 0 || minDigits > 0);
     *ptr = '\0';
-    ReverseInPlace(start, ptr);
+    Tarsel::Core::ReverseInPlace(start, ptr);
     return buf;
 }
+
+namespace Tarsel::Core {
 
 // Signal-safe as far as out's own writes are.
 void OutputPointer(void* pointer, std::ostream* out) {
