@@ -462,52 +462,9 @@ TEST_F(ToolTest, SetEditsOnlyTheBytesOfTheValueItNames) {
         {R"({"v":0})", {"v", "say \"hi\"\\"}, R"({"v":"say \"hi\"\\"})"},
         {R"({"frameRateRatio":"30/1"})", {"frameRateRatio", "24000/1001"}, R"({"frameRateRatio":"24000/1001"})"},
         {R"({"v":{"deep":[1]}})", {"v", "false"}, R"({"v":false})"},
-    };
-    for (const auto& c : cases) {
-        WriteFile("edit.json", c.before);
-        std::vector<std::string> args = {"set", "edit.json"};
-        args.insert(args.end(), c.args.begin(), c.args.end());
-        const Result result = Run(args);
-        EXPECT_EQ(result.status, 0) << c.before << " " << c.args[0] << "\n" << result.err;
-        const std::string after = ReadFile("edit.json");
-        EXPECT_EQ(after, c.after) << c.before << " " << c.args[0];
-        Property loaded("settings");
-        EXPECT_NO_THROW(PropertySerializer::Deserialize(loaded, MemoryDataInput::Create(after), false)) << after;
-    }
-    EXPECT_EQ(EntryCount(""), 1u);
-
-    // Paths that lead nowhere: the file stays as it was.
-    WriteFile("edit.json", compact);
-    const struct {
-        std::vector<std::string> args;
-        std::string err;
-    } refusals[] = {
-        {{"files/x", "1"}, "tarsel: edit.json: files is an array: 'x' is not an index of it\n"},
-        {{"files/3", "1"}, "tarsel: edit.json: files has 2 elements: only an index up to 2 can be set\n"},
-        {{"t/x", "1"}, "tarsel: edit.json: t is a double, not an object: nothing can be set inside it\n"},
-        {{"frameRateRatio", "1/0", "--type", "string"},
-         "tarsel: edit.json: cannot set: the file would no longer load: frameRateRatio: the ratio 1/0 has a zero "
-         "denominator\n"},
-    };
-    for (const auto& refusal : refusals) {
-        std::vector<std::string> args = {"set", "edit.json"};
-        args.insert(args.end(), refusal.args.begin(), refusal.args.end());
-        const Result result = Run(args);
-        EXPECT_EQ(result.status, 3) << refusal.args[0];
-        EXPECT_EQ(result.err, refusal.err);
-        EXPECT_EQ(ReadFile("edit.json"), compact);
-    }
-}
-
-// VALUE is written as the JSON the user typed: numbers of any size as their
-// digits, ratios as typed, null as null; what JSON cannot spell is a
-// string. New members take the separator the file uses.
-TEST_F(ToolTest, SetWritesValuesAsTypedAndLaysThemOutAsTheFileDoes) {
-    const struct {
-        std::string before;
-        std::vector<std::string> args;  // PATH VALUE [options]
-        std::string after;
-    } cases[] = {
+        // VALUE as the JSON the user typed: numbers of any size as their
+        // digits, ratios as typed, null as null; what JSON cannot spell is a
+        // string. New members take the separator the file uses.
         {R"({"v":0})", {"v", "null"}, R"({"v":null})"},
         {R"({"v":0})", {"v", "null", "--type", "string"}, R"({"v":"null"})"},
         {R"({"v":0})", {"v", "007"}, R"({"v":"007"})"},
@@ -542,8 +499,41 @@ TEST_F(ToolTest, SetWritesValuesAsTypedAndLaysThemOutAsTheFileDoes) {
         args.insert(args.end(), c.args.begin(), c.args.end());
         const Result result = Run(args);
         EXPECT_EQ(result.status, 0) << c.before << " " << c.args[0] << "\n" << result.err;
-        EXPECT_EQ(ReadFile("edit.json"), c.after) << c.before << " " << c.args[0];
+        const std::string after = ReadFile("edit.json");
+        EXPECT_EQ(after, c.after) << c.before << " " << c.args[0];
+        Property loaded("settings");
+        EXPECT_NO_THROW(PropertySerializer::Deserialize(loaded, MemoryDataInput::Create(after), false,
+                                                        PropertySerializer::JsonSyntax::WithComments))
+            << after;
     }
+    EXPECT_EQ(EntryCount(""), 1u);
+
+    // Paths that lead nowhere: the file stays as it was.
+    WriteFile("edit.json", compact);
+    const struct {
+        std::vector<std::string> args;
+        std::string err;
+    } refusals[] = {
+        {{"files/x", "1"}, "tarsel: edit.json: files is an array: 'x' is not an index of it\n"},
+        {{"files/3", "1"}, "tarsel: edit.json: files has 2 elements: only an index up to 2 can be set\n"},
+        {{"t/x", "1"}, "tarsel: edit.json: t is a double, not an object: nothing can be set inside it\n"},
+        {{"frameRateRatio", "1/0", "--type", "string"},
+         "tarsel: edit.json: cannot set: the file would no longer load: frameRateRatio: the ratio 1/0 has a zero "
+         "denominator\n"},
+    };
+    for (const auto& refusal : refusals) {
+        std::vector<std::string> args = {"set", "edit.json"};
+        args.insert(args.end(), refusal.args.begin(), refusal.args.end());
+        const Result result = Run(args);
+        EXPECT_EQ(result.status, 3) << refusal.args[0];
+        EXPECT_EQ(result.err, refusal.err);
+        EXPECT_EQ(ReadFile("edit.json"), compact);
+    }
+}
+
+// A key cut at a zero byte is set as a load reads it, and a .jsonc file
+// keeps its comments.
+TEST_F(ToolTest, SetReadsNamesAndCommentsAsTheLibraryDoes) {
     WriteFile("zero.json", R"({"a":1,"a\u0000b":5})");
     ASSERT_EQ(Run({"set", "zero.json", "a", "2"}).status, 0);
     Property loaded("settings");
